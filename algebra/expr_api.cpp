@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "algebra/handles.h"
+#include "constraint/binarize.h"
 #include "frame/fatal.h"
 #include "frame/parallel.h"
 #include "zorp/expr.h"
@@ -385,13 +386,7 @@ int zorp_expr_has(const zorp_expr* e, zorp_var v) {
   return found ? 1 : 0;
 }
 
-int zorp_expr_has_int_atom(const zorp_expr* e) {
-  bool found = false;
-  impl(e)->for_each_term([&](const TermImpl& t) {
-    for (unsigned k = 0; k < MAXDEG && t.vars.slot[k] != kNoVar; ++k) found |= is_int_atom(t.vars.slot[k]);
-  });
-  return found ? 1 : 0;
-}
+int zorp_expr_has_int_atom(const zorp_expr* e) { return expr_has_int_atom(*impl(e)) ? 1 : 0; }
 
 int64_t zorp_expr_gcd(const zorp_expr* e, int64_t* out) {
   const ExprImpl& x = *impl(e);

@@ -1,6 +1,11 @@
 // Products and squares by closed-form placement: the result size is known before the first
 // term is written, the block is allocated once, and every position is written by one thread.
+#include <sys/mman.h>
+
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <utility>
 
 #include "algebra/expr.h"
 #include "frame/parallel.h"
@@ -11,167 +16,268 @@ namespace {
 
 // Products are bandwidth-bound: more than 8 threads only contend for memory.
 constexpr unsigned kProductTeamCap = 8;
+// Squares stay serial below this many (n - 1) * n.
+constexpr std::uint64_t kSquareSerialBelow = 20000;
 
 unsigned product_team_size() { return std::min(thread_number(), kProductTeamCap); }
 
-TermImpl times(const TermImpl& a, const TermImpl& b) {
-  TermImpl product = a;
-  product.coefficient = wrapping_mul(a.coefficient, b.coefficient);
-  product.vars.append(b.vars);
-  return product;
+// A large product block is written once, front to back, right after malloc: first touch of
+// its pages costs more than the writes, and huge pages cut the number of faults 512-fold.
+constexpr std::uint64_t kHugePageHintBytes = std::uint64_t(4) << 20;
+
+void prefer_huge_pages(ExprImpl& result) {
+  const std::uint64_t bytes = result.rest_size * sizeof(TermImpl);
+  if (bytes < kHugePageHintBytes) return;
+  constexpr std::uintptr_t page = 4096;
+  const auto begin = (reinterpret_cast<std::uintptr_t>(result.rest) + page - 1) & ~(page - 1);
+  const auto end = (reinterpret_cast<std::uintptr_t>(result.rest) + bytes) & ~(page - 1);
+  // Only a hint: a kernel without transparent huge pages refuses it and nothing changes.
+  if (end > begin) (void)madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
 }
 
-// The logical terms as one array, so that term i is an index away. A first_term in use
-// costs one copy of the whole list only when rest is non-empty.
-class LogicalTerms {
- public:
-  explicit LogicalTerms(const ExprImpl& e) {
-    if (!e.has_first()) {
-      data_ = e.rest;
-      size_ = e.rest_size;
-    } else if (e.rest_size == 0) {
-      data_ = &e.first_term;
-      size_ = 1;
-    } else {
-      first_ = &e.first_term;
-      rest_ = e.rest;
-      size_ = e.rest_size + 1;
-    }
-  }
-  std::uint64_t size() const { return size_; }
-  const TermImpl& operator[](std::uint64_t i) const {
-    if (data_ != nullptr) return data_[i];
-    return i == 0 ? *first_ : rest_[i - 1];
-  }
+ExprImpl product_block(std::uint64_t n) {
+  ExprImpl result = ExprImpl::with_positions(n);
+  prefer_huge_pages(result);
+  return result;
+}
 
- private:
-  const TermImpl* data_ = nullptr;
-  const TermImpl* first_ = nullptr;
-  const TermImpl* rest_ = nullptr;
-  std::uint64_t size_ = 0;
+// Counting occupied slots is exact because they form a prefix, and has no early exit.
+inline unsigned degree_of(const VarArray& v) {
+  unsigned d = 0;
+  for (unsigned k = 0; k < MAXDEG; ++k) d += v.slot[k] != kNoVar ? 1 : 0;
+  return d;
+}
+
+// The terms of an operand in logical order: an in-use first_term, then rest. Every index
+// from 1 on lies in one contiguous run, so a range needs at most one split, at index 0.
+struct Operand {
+  const TermImpl* head = nullptr;  // first_term when in use
+  const TermImpl* tail = nullptr;  // rest
+  std::uint64_t size = 0;
+
+  explicit Operand(const ExprImpl& e) : tail(e.rest), size(e.term_count()) {
+    if (e.has_first()) head = &e.first_term;
+  }
+  const TermImpl& operator[](std::uint64_t i) const {
+    if (head == nullptr) return tail[i];
+    return i == 0 ? *head : tail[i - 1];
+  }
+  // Contiguous from index i to the end; i must not be 0 when head is in use, unless the
+  // range holds only that one term.
+  const TermImpl* from(std::uint64_t i) const { return head == nullptr ? tail + i : (i == 0 ? head : tail + i - 1); }
+  unsigned deepest() const {
+    unsigned d = 0;
+    if (head != nullptr) d = degree_of(head->vars);
+    for (std::uint64_t i = 0; i < size - (head != nullptr ? 1 : 0); ++i) d = std::max(d, degree_of(tail[i].vars));
+    return d;
+  }
 };
+
+// Result positions: 0 is first_term, p is rest[p - 1].
+struct Positions {
+  TermImpl* first;
+  TermImpl* rest;
+  explicit Positions(ExprImpl& e) : first(&e.first_term), rest(e.rest) {}
+  TermImpl& operator[](std::uint64_t p) const { return p == 0 ? *first : rest[p - 1]; }
+};
+
+// Calls body(out, in, count) over the pieces of `count` positions from `p` and `count`
+// operand terms from `j` in which both sides are contiguous: at most three pieces.
+template <class Body>
+void for_each_piece(const Positions& out, std::uint64_t p, const Operand& in, std::uint64_t j, std::uint64_t count,
+                    Body&& body) {
+  while (count > 0) {
+    std::uint64_t k = count;
+    TermImpl* to;
+    if (p == 0) {
+      to = out.first;
+      k = 1;
+    } else {
+      to = out.rest + (p - 1);
+    }
+    const TermImpl* from;
+    if (j == 0 && in.head != nullptr) {
+      from = in.head;
+      k = 1;
+    } else {
+      from = in.tail + (j - (in.head != nullptr ? 1 : 0));
+    }
+    body(to, from, k);
+    p += k;
+    j += k;
+    count -= k;
+  }
+}
+
+// left times each of right[0, count), into out[0, count). D is left's degree; the caller has
+// checked that every right term fits behind it, so right's first MAXDEG - D slots hold all of
+// its literals and then sentinels, and no degree is computed per product.
+template <unsigned D>
+void product_run(const TermImpl& left, const TermImpl* right, std::uint64_t count, TermImpl* out) {
+  const coeff_t c = left.coefficient;
+  std::uint32_t head[D > 0 ? D : 1];
+  for (unsigned k = 0; k < D; ++k) head[k] = left.vars.slot[k];
+  for (std::uint64_t j = 0; j < count; ++j) {
+    const TermImpl& r = right[j];
+    TermImpl t;
+    t.coefficient = wrapping_mul(c, r.coefficient);
+    for (unsigned k = 0; k < D; ++k) t.vars.slot[k] = head[k];
+    for (unsigned k = D; k < MAXDEG; ++k) t.vars.slot[k] = r.vars.slot[k - D];
+    out[j] = t;
+  }
+}
+
+using ProductRun = void (*)(const TermImpl&, const TermImpl*, std::uint64_t, TermImpl*);
+
+template <std::size_t... D>
+constexpr std::array<ProductRun, MAXDEG + 1> make_product_runs(std::index_sequence<D...>) {
+  return {&product_run<static_cast<unsigned>(D)>...};
+}
+constexpr std::array<ProductRun, MAXDEG + 1> kProductRuns = make_product_runs(std::make_index_sequence<MAXDEG + 1>{});
+
+// The kernel for a left term; only valid once the degree check has passed.
+inline ProductRun product_run_for(const TermImpl& left) { return kProductRuns[degree_of(left.vars)]; }
+
+// Each of in[0, count) scaled by c, into out.
+void scaled_run(coeff_t c, const TermImpl* in, std::uint64_t count, TermImpl* out) {
+  for (std::uint64_t j = 0; j < count; ++j) out[j] = TermImpl{wrapping_mul(c, in[j].coefficient), in[j].vars};
+}
+
+// Section of `count` operand terms scaled by c, written from position p on.
+void write_scaled_section(const Positions& out, std::uint64_t p, const Operand& in, coeff_t c) {
+  parallel_for_ranges(0, in.size, [&](std::uint64_t begin, std::uint64_t end) {
+    for_each_piece(out, p + begin, in, begin, end - begin,
+                   [&](TermImpl* to, const TermImpl* from, std::uint64_t k) { scaled_run(c, from, k, to); });
+  });
+}
 
 }  // namespace
 
 ExprImpl ExprImpl::mul_var(std::uint32_t v) const {
-  const LogicalTerms terms(*this);
-  const std::uint64_t n = terms.size();
+  const Operand terms(*this);
+  const std::uint64_t n = terms.size;
+  // Checked before anything is allocated, so the throw is on the calling thread.
+  if (n > 0 && terms.deepest() == MAXDEG) throw_push_past_maxdeg();
   const std::uint64_t shift = constant != 0 ? 1 : 0;
-  ExprImpl result = with_positions(n + shift);
+  ExprImpl result = product_block(n + shift);
+  const Positions out(result);
   if (shift != 0) {
     TermImpl t = make_term(static_cast<coeff_t>(constant));
     t.vars.slot[0] = v;
-    result.at_position(0) = t;
+    out[0] = t;
   }
-  // A term already at MAXDEG is found before any thread writes, so the throw stays on the
-  // calling thread.
-  for (std::uint64_t i = 0; i < n; ++i)
-    if (terms[i].vars.degree() == MAXDEG) throw_push_past_maxdeg();
-  parallel_for(0, n, [&](std::uint64_t i) {
-    TermImpl t = terms[i];
-    t.vars.slot[t.vars.degree()] = v;
-    result.at_position(i + shift) = t;
+  parallel_for_ranges(0, n, [&](std::uint64_t begin, std::uint64_t end) {
+    for_each_piece(out, begin + shift, terms, begin, end - begin, [&](TermImpl* to, const TermImpl* from, std::uint64_t k) {
+      for (std::uint64_t i = 0; i < k; ++i) {
+        TermImpl t = from[i];
+        t.vars.slot[degree_of(t.vars)] = v;
+        to[i] = t;
+      }
+    });
   });
   return result;
 }
 
 ExprImpl ExprImpl::mul_term(const TermImpl& factor) const {
-  const LogicalTerms terms(*this);
-  const std::uint64_t n = terms.size();
+  const Operand terms(*this);
+  const std::uint64_t n = terms.size;
+  const unsigned factor_degree = degree_of(factor.vars);
+  if (n > 0) check_concat_fits(terms.deepest(), factor_degree);
   const std::uint64_t shift = constant != 0 ? 1 : 0;
-  const unsigned factor_degree = factor.vars.degree();
-  for (std::uint64_t i = 0; i < n; ++i) check_concat_fits(terms[i].vars.degree(), factor_degree);
-  ExprImpl result = with_positions(n + shift);
+  ExprImpl result = product_block(n + shift);
+  const Positions out(result);
   if (shift != 0) {
     TermImpl t = factor;
     t.coefficient = wrapping_mul(factor.coefficient, static_cast<coeff_t>(constant));
-    result.at_position(0) = t;
+    out[0] = t;
   }
-  parallel_for(0, n, [&](std::uint64_t i) { result.at_position(i + shift) = times(terms[i], factor); });
+  // Here the fixed factor stands on the right, so the split point moves with each term.
+  parallel_for_ranges(0, n, [&](std::uint64_t begin, std::uint64_t end) {
+    for_each_piece(out, begin + shift, terms, begin, end - begin, [&](TermImpl* to, const TermImpl* from, std::uint64_t k) {
+      for (std::uint64_t i = 0; i < k; ++i) {
+        TermImpl t = from[i];
+        t.coefficient = wrapping_mul(t.coefficient, factor.coefficient);
+        const unsigned d = degree_of(t.vars);
+        for (unsigned s = 0; s < factor_degree; ++s) t.vars.slot[d + s] = factor.vars.slot[s];
+        to[i] = t;
+      }
+    });
+  });
   return result;
 }
 
 ExprImpl ExprImpl::mul(const ExprImpl& other) const {
-  const LogicalTerms a(*this), b(other);
-  const std::uint64_t na = a.size(), nb = b.size();
+  const Operand a(*this), b(other);
+  const std::uint64_t na = a.size, nb = b.size;
   const energy_t A = constant, B = other.constant;
   const std::uint64_t section_one = A != 0 ? nb : 0;
   const std::uint64_t section_two = B != 0 ? na : 0;
   const std::uint64_t total = section_one + section_two + na * nb;
   if (total == 0) return ExprImpl(wrapping_mul(A, B));
-  // Degree overflow is detected up front from the deepest terms, on the calling thread.
-  if (na > 0 && nb > 0) {
-    unsigned deepest_a = 0, deepest_b = 0;
-    for (std::uint64_t i = 0; i < na; ++i) deepest_a = std::max(deepest_a, a[i].vars.degree());
-    for (std::uint64_t j = 0; j < nb; ++j) deepest_b = std::max(deepest_b, b[j].vars.degree());
-    check_concat_fits(deepest_a, deepest_b);
-  }
-  ExprImpl result = with_positions(total);
+  // Every pair is formed, so the deepest pair decides; checked on the calling thread before
+  // the block is allocated.
+  if (na > 0 && nb > 0) check_concat_fits(a.deepest(), b.deepest());
+  ExprImpl result = product_block(total);
   result.constant = wrapping_mul(A, B);
-  const coeff_t a_constant = static_cast<coeff_t>(A), b_constant = static_cast<coeff_t>(B);
-  if (section_one != 0) {
-    parallel_for(0, nb, [&](std::uint64_t j) {
-      TermImpl t = b[j];
-      t.coefficient = wrapping_mul(a_constant, t.coefficient);
-      result.at_position(j) = t;
-    });
-  }
-  if (section_two != 0) {
-    parallel_for(0, na, [&](std::uint64_t i) {
-      TermImpl t = a[i];
-      t.coefficient = wrapping_mul(b_constant, t.coefficient);
-      result.at_position(section_one + i) = t;
-    });
-  }
+  const Positions out(result);
+  if (section_one != 0) write_scaled_section(out, 0, b, static_cast<coeff_t>(A));
+  if (section_two != 0) write_scaled_section(out, section_one, a, static_cast<coeff_t>(B));
+
+  // Product a_i b_j stands at base + i * nb + j. Positions [row + j_begin, row + j_end) of
+  // row i are one contiguous run.
   const std::uint64_t base = section_one + section_two;
+  auto write_rows = [&](std::uint64_t i_begin, std::uint64_t i_end, std::uint64_t j_begin, std::uint64_t j_end) {
+    for (std::uint64_t i = i_begin; i < i_end; ++i) {
+      const TermImpl& left = a[i];
+      const ProductRun run = product_run_for(left);
+      for_each_piece(out, base + i * nb + j_begin, b, j_begin, j_end - j_begin,
+                     [&](TermImpl* to, const TermImpl* from, std::uint64_t k) { run(left, from, k, to); });
+    }
+  };
   const unsigned team = product_team_size();
   if (team < 2 || na * nb <= kSerialThreshold) {
-    for (std::uint64_t i = 0; i < na; ++i)
-      for (std::uint64_t j = 0; j < nb; ++j) result.at_position(base + i * nb + j) = times(a[i], b[j]);
+    write_rows(0, na, 0, nb);
   } else if (nb > na) {
-    team_for_ranges(team, nb, [&](unsigned, std::uint64_t begin, std::uint64_t end) {
-      for (std::uint64_t j = begin; j < end; ++j)
-        for (std::uint64_t i = 0; i < na; ++i) result.at_position(base + i * nb + j) = times(a[i], b[j]);
-    });
+    // b is the outer operand: a chunk of b's indices owns one column block of every row,
+    // written row by row so that each store stream stays contiguous.
+    team_for_ranges(team, nb, [&](unsigned, std::uint64_t begin, std::uint64_t end) { write_rows(0, na, begin, end); });
   } else {
-    team_for_ranges(team, na, [&](unsigned, std::uint64_t begin, std::uint64_t end) {
-      for (std::uint64_t i = begin; i < end; ++i)
-        for (std::uint64_t j = 0; j < nb; ++j) result.at_position(base + i * nb + j) = times(a[i], b[j]);
-    });
+    team_for_ranges(team, na, [&](unsigned, std::uint64_t begin, std::uint64_t end) { write_rows(begin, end, 0, nb); });
   }
   return result;
 }
 
 ExprImpl ExprImpl::sqr() const {
-  const LogicalTerms terms(*this);
-  const std::uint64_t n = terms.size();
+  const Operand terms(*this);
+  const std::uint64_t n = terms.size;
   const energy_t A = constant;
   const std::uint64_t with_constant = A != 0 ? 1 : 0;
-  const std::uint64_t total = n + n * (n - (n > 0 ? 1 : 0)) / 2 + with_constant * n;
+  const std::uint64_t total = n + (n > 0 ? n * (n - 1) / 2 : 0) + with_constant * n;
   if (total == 0) return ExprImpl(wrapping_mul(A, A));
-  unsigned deepest = 0;
-  for (std::uint64_t i = 0; i < n; ++i) deepest = std::max(deepest, terms[i].vars.degree());
-  check_concat_fits(deepest, deepest);
-  ExprImpl result = with_positions(total);
+  check_concat_fits(terms.deepest(), terms.deepest());
+  ExprImpl result = product_block(total);
   result.constant = wrapping_mul(A, A);
+  const Positions out(result);
   const coeff_t twice_constant = wrapping_mul(static_cast<coeff_t>(A), coeff_t(2));
+
+  // Row i: t_i squared, then 2A t_i when A is not 0, then 2 t_i t_j for each j above i.
+  // Doubling c_i before the product gives the same 32-bit value as doubling the product.
   auto write_row = [&](std::uint64_t i) {
-    std::uint64_t p = i * n - i * (i - (i > 0 ? 1 : 0)) / 2 + with_constant * i;
+    std::uint64_t p = i * n - (i > 0 ? i * (i - 1) / 2 : 0) + with_constant * i;
     const TermImpl& ti = terms[i];
-    result.at_position(p++) = times(ti, ti);
-    if (with_constant != 0) {
-      TermImpl linear = ti;
-      linear.coefficient = wrapping_mul(ti.coefficient, twice_constant);
-      result.at_position(p++) = linear;
-    }
-    for (std::uint64_t j = i + 1; j < n; ++j) {
-      TermImpl cross = times(ti, terms[j]);
-      cross.coefficient = wrapping_mul(cross.coefficient, coeff_t(2));
-      result.at_position(p++) = cross;
+    const ProductRun run = product_run_for(ti);
+    TermImpl square;
+    run(ti, &ti, 1, &square);
+    out[p++] = square;
+    if (with_constant != 0) out[p++] = TermImpl{wrapping_mul(ti.coefficient, twice_constant), ti.vars};
+    // p is at least 1 and j at least 1 here, so both runs are contiguous.
+    if (i + 1 < n) {
+      const TermImpl doubled{wrapping_mul(ti.coefficient, coeff_t(2)), ti.vars};
+      run(doubled, terms.from(i + 1), n - i - 1, out.rest + (p - 1));
     }
   };
   const unsigned team = product_team_size();
-  if (team < 2 || (n - 1) * n < 20000) {
+  if (team < 2 || (n - 1) * n < kSquareSerialBelow) {
     for (std::uint64_t i = 0; i < n; ++i) write_row(i);
   } else {
     // Rows shrink from first to last, hence small chunks fetched from the counter.

@@ -18,6 +18,10 @@ inline constexpr bool is_constraint_tag(std::uint32_t ext) { return is_expr_expr
 // A constraint sum whose record carries the `declared` flag.
 bool is_declared_tag(std::uint32_t ext);
 
+// Declared, without a free-form part, with at least one item, every item an abs/relu
+// objective shape.
+bool tag_all_objective_only(std::uint32_t ext);
+
 // Copying an expression that holds a constraint sum freezes that record, so that no later
 // in-place merge changes what the copy sees.
 void freeze_on_copy(std::uint32_t ext);

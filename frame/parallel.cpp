@@ -150,7 +150,7 @@ void run_chunks_on_pool(const ChunkPlan& plan, unsigned threads, const RangeBody
   const std::function<void()> chunk_loop = [&] {
     for (;;) {
       const std::uint64_t chunk = next.fetch_add(1, std::memory_order_relaxed);
-      if (chunk >= plan.chunks) return;
+      if (chunk >= plan.chunks || plan.begin(chunk) == plan.n) return;
       body(plan.begin(chunk), plan.end(chunk));
     }
   };

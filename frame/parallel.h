@@ -27,12 +27,17 @@ unsigned size_scaled_thread_count(std::uint64_t n, unsigned threads);
 inline unsigned size_scaled_thread_count(std::uint64_t n) { return size_scaled_thread_count(n, thread_number()); }
 
 // The split of n items into chunks fetched from one atomic counter: min(4T, n) chunks of
-// ceil(n / chunks) items, the last one shorter.
+// ceil(n / chunks) items, the last one shorter. Rounding up can leave trailing chunks empty
+// (9,999 items in 256 chunks of 40 fill only 250), so begin is clamped like end and the
+// chunk loops skip empty chunks: a range body never sees begin > end.
 struct ChunkPlan {
   std::uint64_t n = 0;
   std::uint64_t chunks = 0;
   std::uint64_t chunk_size = 0;
-  std::uint64_t begin(std::uint64_t chunk) const { return chunk * chunk_size; }
+  std::uint64_t begin(std::uint64_t chunk) const {
+    const std::uint64_t b = chunk * chunk_size;
+    return b < n ? b : n;
+  }
   std::uint64_t end(std::uint64_t chunk) const {
     std::uint64_t e = (chunk + 1) * chunk_size;
     return e < n ? e : n;
@@ -129,7 +134,7 @@ void team_for_ranges(unsigned count, std::uint64_t n, Body&& body) {
   run_thread_team(count, [&](unsigned thread_index) {
     for (;;) {
       const std::uint64_t chunk = next.fetch_add(1, std::memory_order_relaxed);
-      if (chunk >= plan.chunks) break;
+      if (chunk >= plan.chunks || plan.begin(chunk) == plan.n) break;
       body(thread_index, plan.begin(chunk), plan.end(chunk));
     }
   });

@@ -1,4 +1,5 @@
 // Exported functions of the variable family.
+#include "constraint/int_var_registry.h"
 #include "frame/fatal.h"
 #include "frame/literal.h"
 #include "frame/var_registry.h"
@@ -43,8 +44,7 @@ zorp_var zorp_new_var_array(const char* name, const uint64_t* dims, size_t ndims
 uint32_t zorp_var_count(void) { return VarRegistry::instance().count(); }
 
 uint64_t zorp_used_var_count(void) {
-  // Integer variables add their bit widths once they exist; none do in this build.
-  return VarRegistry::instance().count();
+  return VarRegistry::instance().count() + static_cast<uint64_t>(IntVarRegistry::instance().bit_total());
 }
 
 const char* zorp_var_str(zorp_var v) { return literal_name(v); }
@@ -55,6 +55,9 @@ const char* zorp_auto_var_name(void) {
   return text.c_str();
 }
 
-void zorp_var_reset(void) { VarRegistry::instance().clear(); }
+void zorp_var_reset(void) {
+  VarRegistry::instance().clear();
+  IntVarRegistry::instance().clear();
+}
 
 }  // extern "C"

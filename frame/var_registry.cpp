@@ -1,5 +1,6 @@
 #include "frame/var_registry.h"
 
+#include "constraint/int_var_registry.h"
 #include "frame/literal.h"
 
 #include <atomic>
@@ -32,6 +33,7 @@ std::uint32_t VarRegistry::add_var(std::string_view name) {
   stored += '~';
   stored += name;
   names_.push_back(std::move(stored));
+  count_.store(static_cast<std::uint32_t>(names_.size()), std::memory_order_release);
   return index;
 }
 
@@ -46,6 +48,7 @@ std::uint32_t VarRegistry::add_block(std::string_view name, const std::uint64_t*
   std::lock_guard<std::mutex> guard(lock_);
   block.base = static_cast<std::uint32_t>(names_.size());
   names_.resize(names_.size() + block.count);
+  count_.store(static_cast<std::uint32_t>(names_.size()), std::memory_order_release);
   const std::uint32_t base = block.base;
   blocks_.push_back(std::move(block));
   return base;
@@ -89,16 +92,13 @@ const char* VarRegistry::binary_name(std::uint32_t literal) const {
 void VarRegistry::clear() {
   std::lock_guard<std::mutex> guard(lock_);
   names_.clear();
+  count_.store(0, std::memory_order_release);
   blocks_.clear();
   groups_.clear();
 }
 
 const char* literal_name(std::uint32_t literal) {
-  if (is_int_atom(literal) && !is_negated(literal)) {
-    // Integer atoms are named by the integer variable registry, which has no records
-    // yet in this build: every atom is unknown.
-    return "?";
-  }
+  if (is_int_atom(literal) && !is_negated(literal)) return IntVarRegistry::instance().name(literal);
   return VarRegistry::instance().binary_name(literal);
 }
 

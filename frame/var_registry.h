@@ -1,7 +1,9 @@
 // The process-wide registry of binary variables: indices, names and array blocks.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -33,8 +35,9 @@ class VarRegistry {
   std::uint32_t add_block(std::string_view name, const std::uint64_t* dims, std::size_t ndims);
   void add_group(VarGroup group);
 
-  // Read without the lock: callers do not create variables while others print.
-  std::uint32_t count() const { return static_cast<std::uint32_t>(names_.size()); }
+  // Read without the lock, so an atomic copy of the size: the limit checks of concurrent
+  // creators read it while another thread adds.
+  std::uint32_t count() const { return count_.load(std::memory_order_acquire); }
 
   // Name of a binary literal (bit 30 clear), or "?" when the index is unknown. The text
   // lives in the registry (scalars) or in thread-local scratch (array elements).
@@ -43,7 +46,10 @@ class VarRegistry {
   void clear();
 
  private:
-  std::vector<std::string> names_;  // "~" + name; empty for array elements
+  // "~" + name; empty for array elements. A deque, because zorp_var_str hands out pointers
+  // into these strings until reset: growing a vector would move short (inline) strings.
+  std::deque<std::string> names_;
+  std::atomic<std::uint32_t> count_{0};
   std::vector<VarBlock> blocks_;
   std::vector<VarGroup> groups_;
   std::mutex lock_;

@@ -6,5 +6,10 @@
 #include "zorp/var.h"
 #include "zorp/term.h"
 #include "zorp/expr.h"
+#include "zorp/int_var.h"
+#include "zorp/cons.h"
+#include "zorp/sol.h"
+#include "zorp/cons_item.h"
+#include "zorp/model.h"
 
 #endif
