@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <stdexcept>
@@ -100,7 +101,6 @@ ExprImpl reference_merge(const std::vector<TermImpl>& terms, energy_t constant) 
 struct PolyShape {
   std::uint64_t terms = 40;
   std::uint32_t vars = 5;
-  bool negations = true;
 };
 
 ExprImpl random_poly(std::mt19937& rng, const PolyShape& shape) {
@@ -116,7 +116,7 @@ ExprImpl random_poly(std::mt19937& rng, const PolyShape& shape) {
       const int d = degree(rng);
       for (int k = 0; k < d; ++k) {
         const std::uint32_t v = variable(rng);
-        t.vars.slot[k] = shape.negations && coin(rng) == 0 ? neg(v) : v;
+        t.vars.slot[k] = coin(rng) == 0 ? neg(v) : v;
       }
     }
     made.push_back(t);
@@ -225,7 +225,7 @@ TEST_F(MergeTermsTest, IdentityIsBitwiseSoUnsortedProductsStayApart) {
 TEST_F(MergeTermsTest, RandomVectorsMatchTheReferenceOnBothPaths) {
   std::mt19937 rng(11);
   for (std::uint64_t n : {1ull, 7ull, 9999ull, 10000ull, 60000ull}) {
-    const ExprImpl source = random_poly(rng, {n, 6, true});
+    const ExprImpl source = random_poly(rng, {n, 6});
     expect_reference_at_all_thread_counts(terms_of(source), source.constant);
   }
 }
@@ -267,15 +267,6 @@ TEST_F(MergeTermsTest, RunThroughAChunkThatFoldsToNothingIsCarriedToItsEnd) {
   expect_reference_at_all_thread_counts(terms, 0);
 }
 
-TEST_F(MergeTermsTest, ParallelResultIsOneExactBlock) {
-  std::mt19937 rng(3);
-  std::vector<TermImpl> terms = terms_of(random_poly(rng, {50000, 8, true}));
-  const ExprImpl e = merge_terms(terms, 0, 4);
-  ASSERT_GT(e.term_count(), 1u);
-  EXPECT_TRUE(e.has_first());
-  EXPECT_EQ(e.rest_capacity, e.rest_size);
-}
-
 TEST_F(MergeTermsTest, BlockGrowsPastItsSpareRoom) {
   TermBlock block(1, 1);
   block[0] = term(1, {0});
@@ -312,10 +303,11 @@ TEST_F(SimplifyTest, SortsLiteralsButAppliesNoVariableRule) {
   EXPECT_EQ(t.vars.slot[1], zorp::test::index_of(y));
 }
 
-TEST_F(SimplifyTest, NumbersFoldAndLinearTermsComeFirstByIndex) {
-  const ExprImpl e = expr(1, {term(2, {}), term(1, {2, 0}), term(1, {2}), term(1, {0}), term(-3, {})});
-  EXPECT_TRUE(identical(expr_simplify(e), expr(0, {term(1, {0}), term(1, {2}), term(1, {0, 2})})));
-  EXPECT_TRUE(identical(expr_simplify(expr(-8, {})), expr(-8, {})));
+TEST_F(SimplifyTest, ExpressionWithoutTermsGivesItsConstant) {
+  const ExprImpl constant = expr(-8, {});
+  EXPECT_TRUE(identical(expr_simplify(constant), constant));
+  EXPECT_TRUE(identical(expr_simplify_as_binary(constant), constant));
+  EXPECT_TRUE(identical(expr_simplify_as_spin(constant), constant));
 }
 
 TEST_F(SimplifyTest, ExportedFormsKeepAnEncodedIntegerTagAndLeaveTheArgument) {
@@ -349,8 +341,6 @@ class SimplifyAsBinary : public SimplifyTest {
   Poly nx = zorp::test::negated(x), ny = zorp::test::negated(y);
 };
 
-TEST_F(SimplifyAsBinary, SquareIsTheVariable) { EXPECT_EQ(binary(x * x).str(), "x"); }
-
 TEST_F(SimplifyAsBinary, NegatedLiteralBecomesComplement) {
   EXPECT_EQ(binary(Poly(2) * nx).str(), "2 -2*x");
   EXPECT_EQ(binary(Poly(3) * nx * ny).str(), "3 -3*x -3*y +3*x*y");
@@ -378,9 +368,10 @@ TEST_F(SimplifyAsBinary, DegreeThreeKeepsItsNegatedLiteralWithLiteralsSorted) {
   EXPECT_EQ(s.constant(), 0);
 }
 
-TEST_F(SimplifyAsBinary, RepeatsCollapseBeforeNegatedLiteralsExpand) {
+TEST_F(SimplifyAsBinary, RepeatedLiteralsCollapseBeforeNegatedLiteralsExpand) {
   // ~x*~x*y is ~x*y once repeats go, and then y - x*y.
   EXPECT_EQ(binary(nx * nx * y).str(), "y -x*y");
+  EXPECT_EQ(binary(x * x).str(), "x");
   EXPECT_EQ(binary(x * x * x * x).str(), "x");
 }
 
@@ -417,7 +408,7 @@ TEST_F(SimplifyAsBinary, RandomPolynomialsKeepTheirValueAndBecomeCanonical) {
 
 TEST_F(SimplifyAsBinary, LargeInputGivesTheSameResultAtEveryThreadCount) {
   std::mt19937 rng(9);
-  const ExprImpl e = random_poly(rng, {60000, 6, true});
+  const ExprImpl e = random_poly(rng, {60000, 6});
   const ExprImpl serial = expr_simplify_as_binary(e, 1);
   EXPECT_TRUE(same_function(e, serial, 6, zorp::test::eval_binary, false));
   EXPECT_TRUE(zorp::test::is_canonical(view(serial)));
@@ -461,7 +452,7 @@ TEST_F(SimplifyAsSpin, RandomPolynomialsKeepTheirValueAndBecomeCanonical) {
 
 TEST_F(SimplifyAsSpin, LargeInputGivesTheSameResultAtEveryThreadCount) {
   std::mt19937 rng(17);
-  const ExprImpl e = random_poly(rng, {60000, 6, true});
+  const ExprImpl e = random_poly(rng, {60000, 6});
   const ExprImpl serial = expr_simplify_as_spin(e, 1);
   EXPECT_TRUE(same_function(e, serial, 6, zorp::test::eval_spin, true));
   for (unsigned threads : {2u, 3u, 8u}) EXPECT_TRUE(identical(expr_simplify_as_spin(e, threads), serial)) << threads;

@@ -12,7 +12,7 @@
 #include "support/death.h"
 #include "zorp.h"
 
-// How the extension tag follows an expression through arithmetic. Records are inspected
+// How the extension tag follows an expression through arithmetic. Records are read
 // through the internal sets; tags are only ever compared with tags the test was given.
 
 namespace {
