@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "frame/fatal.h"
+#include "frame/memory.h"
 #include "frame/parallel.h"
 
 namespace zorp {
@@ -23,16 +24,18 @@ void ExprImpl::grow_rest(std::uint64_t capacity) {
   void* block = std::realloc(rest, capacity * sizeof(TermImpl));
   if (block == nullptr) throw std::bad_alloc();
   rest = static_cast<TermImpl*>(block);
+  advise_huge_pages(rest, capacity * sizeof(TermImpl));
   rest_capacity = capacity;
 }
 
-void ExprImpl::copy_from(const ExprImpl& other) {
+void ExprImpl::copy_from(const ExprImpl& other, bool with_tag) {
   constant = other.constant;
   first_term = other.first_term;
-  ext = other.ext;
+  ext = with_tag ? other.ext : kNoTag;
   if (other.rest_size > 0) {
     rest = static_cast<TermImpl*>(std::malloc(other.rest_size * sizeof(TermImpl)));
     if (rest == nullptr) throw std::bad_alloc();
+    advise_huge_pages(rest, other.rest_size * sizeof(TermImpl));
     rest_capacity = rest_size = other.rest_size;
     copy_terms(rest, other.rest, rest_size);
   }
@@ -42,7 +45,7 @@ void ExprImpl::copy_from(const ExprImpl& other) {
 ExprImpl::ExprImpl(const ExprImpl& other) {
   // A constructor that throws runs no destructor, so the block copy_from took is freed here.
   try {
-    copy_from(other);
+    copy_from(other, true);
   } catch (...) {
     std::free(rest);
     throw;
@@ -78,11 +81,19 @@ ExprImpl& ExprImpl::operator=(ExprImpl&& other) noexcept {
   return *this;
 }
 
+ExprImpl ExprImpl::polynomial_copy() const {
+  // A temporary must not freeze a shared constraint record, so the tag stays behind.
+  ExprImpl copy;
+  copy.copy_from(*this, false);
+  return copy;
+}
+
 ExprImpl ExprImpl::with_positions(std::uint64_t n) {
   ExprImpl e;
   if (n > 1) {
     e.rest = static_cast<TermImpl*>(std::malloc((n - 1) * sizeof(TermImpl)));
     if (e.rest == nullptr) throw std::bad_alloc();
+    advise_huge_pages(e.rest, (n - 1) * sizeof(TermImpl));
     e.rest_capacity = e.rest_size = n - 1;
   }
   return e;
@@ -90,7 +101,7 @@ ExprImpl ExprImpl::with_positions(std::uint64_t n) {
 
 ExprImpl& ExprImpl::operator+=(const ExprImpl& other) {
   if (&other == this) {
-    const ExprImpl copy(*this);
+    const ExprImpl copy = polynomial_copy();
     return *this += copy;
   }
   constant = wrapping_add(constant, other.constant);
@@ -103,7 +114,7 @@ ExprImpl& ExprImpl::operator+=(const ExprImpl& other) {
 
 ExprImpl& ExprImpl::operator-=(const ExprImpl& other) {
   if (&other == this) {
-    const ExprImpl copy(*this);
+    const ExprImpl copy = polynomial_copy();
     return *this -= copy;
   }
   constant = wrapping_sub(constant, other.constant);

@@ -32,6 +32,8 @@ struct ExprImpl {
   // An expression whose N terms are all to be written by position: position 0 is
   // first_term, position p is rest[p - 1]; rest is one block of exactly N - 1 terms.
   static ExprImpl with_positions(std::uint64_t n);
+  // Constant and terms only, tag none.
+  ExprImpl polynomial_copy() const;
   TermImpl& at_position(std::uint64_t p) { return p == 0 ? first_term : rest[p - 1]; }
 
   bool has_first() const { return first_term.coefficient != 0; }
@@ -85,7 +87,7 @@ struct ExprImpl {
 
  private:
   void grow_rest(std::uint64_t capacity);
-  void copy_from(const ExprImpl& other);
+  void copy_from(const ExprImpl& other, bool with_tag);
 };
 
 // Copies `n` terms from `from` to `to`, in parallel above the serial threshold.

@@ -41,7 +41,7 @@ std::uint32_t tag_after_adding_expr(const ExprImpl& left, std::uint32_t b, const
   const bool left_constraint = is_constraint_tag(a), right_constraint = is_constraint_tag(b);
   if (!left_constraint && !right_constraint) return kNoTag;
   if (!left_constraint && right_constraint) {
-    if (left.constant == 0 && left.term_count() == 0) {
+    if (a == kNoTag && left.constant == 0 && left.term_count() == 0) {
       // An empty value takes the right's tag and now shares its record.
       freeze_on_copy(b);
       return b;

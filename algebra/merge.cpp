@@ -1,5 +1,7 @@
 #include "algebra/merge.h"
 
+#include "frame/memory.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
@@ -8,7 +10,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include <sys/mman.h>
 
 #include "frame/fatal.h"
 #include "frame/parallel.h"
@@ -406,23 +407,6 @@ void sort_terms(TermImpl* first, TermImpl* last, unsigned threads) {
 
 namespace detail {
 
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
-
-// Blocks the size of a whole expression are faulted in far faster in huge pages; on
-// machines without them the advice is ignored.
-void advise_huge_pages(void* block, std::size_t bytes) {
-#if defined(MADV_HUGEPAGE)
-  // Below a few huge pages the advice is not worth a system call.
-  if (bytes < 4 * kHugePage) return;
-  const auto first = reinterpret_cast<std::uintptr_t>(block);
-  const std::uintptr_t begin = (first + kHugePage - 1) & ~(kHugePage - 1);
-  const std::uintptr_t end = (first + bytes) & ~(kHugePage - 1);
-  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-#else
-  (void)block;
-  (void)bytes;
-#endif
-}
 
 void throw_block_too_large() { throw std::length_error("cannot create std::vector larger than max_size()"); }
 

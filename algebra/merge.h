@@ -17,6 +17,7 @@
 
 #include "algebra/expr.h"
 #include "algebra/term.h"
+#include "frame/memory.h"
 #include "frame/variant.h"
 
 namespace zorp {
@@ -67,8 +68,6 @@ struct ExtraTerm1 {
 void sort_terms(TermImpl* first, TermImpl* last, unsigned threads);
 
 namespace detail {
-// Asks for transparent huge pages over a large block; a no-op where there are none.
-void advise_huge_pages(void* block, std::size_t bytes);
 [[noreturn]] void throw_block_too_large();
 }  // namespace detail
 
@@ -87,7 +86,7 @@ class RecordBlock {
   explicit RecordBlock(std::uint64_t size, std::uint64_t spare = 0) {
     reserve(size + spare);
     size_ = size;
-    detail::advise_huge_pages(data_, capacity_ * sizeof(Record));
+    advise_huge_pages(data_, capacity_ * sizeof(Record));
   }
   RecordBlock(RecordBlock&& other) noexcept
       : data_(std::exchange(other.data_, nullptr)),
@@ -145,9 +144,10 @@ class RecordBlock {
 using TermBlock = RecordBlock<TermImpl>;
 
 // Sorts `terms` and folds it with `constant` into a canonical expression (ext none).
-// `terms` is working space: its contents afterwards are unspecified. The overload without
-// `threads` uses the thread number; results agree between thread counts, except that the
-// parallel path sums degree-0 terms of each chunk in 32 bits.
+// `terms` is working space: its contents afterwards are unspecified. Overloads taking
+// `threads` use it in place of the thread number, so that thread counts can be compared in
+// one process. Results agree between thread counts, except that the parallel path sums the
+// degree-0 terms of each chunk in coefficient width, which differs only on overflow.
 ExprImpl merge_terms(std::vector<TermImpl>& terms, energy_t constant);
 ExprImpl merge_terms(std::vector<TermImpl>& terms, energy_t constant, unsigned threads);
 // The same fold done inside the block, which becomes the result's rest (exact capacity).

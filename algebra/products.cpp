@@ -1,6 +1,5 @@
 // Products and squares by closed-form placement: the result size is known before the first
 // term is written, the block is allocated once, and every position is written by one thread.
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <array>
@@ -21,24 +20,8 @@ constexpr std::uint64_t kSquareSerialBelow = 20000;
 
 unsigned product_team_size() { return std::min(thread_number(), kProductTeamCap); }
 
-// A large product block is written once, front to back, right after malloc: first touch of
-// its pages costs more than the writes, and huge pages cut the number of faults 512-fold.
-constexpr std::uint64_t kHugePageHintBytes = std::uint64_t(4) << 20;
-
-void prefer_huge_pages(ExprImpl& result) {
-  const std::uint64_t bytes = result.rest_size * sizeof(TermImpl);
-  if (bytes < kHugePageHintBytes) return;
-  constexpr std::uintptr_t page = 4096;
-  const auto begin = (reinterpret_cast<std::uintptr_t>(result.rest) + page - 1) & ~(page - 1);
-  const auto end = (reinterpret_cast<std::uintptr_t>(result.rest) + bytes) & ~(page - 1);
-  // Only a hint: a kernel without transparent huge pages refuses it and nothing changes.
-  if (end > begin) (void)madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-}
-
 ExprImpl product_block(std::uint64_t n) {
-  ExprImpl result = ExprImpl::with_positions(n);
-  prefer_huge_pages(result);
-  return result;
+  return ExprImpl::with_positions(n);
 }
 
 // Counting occupied slots is exact because they form a prefix, and has no early exit.
