@@ -21,6 +21,7 @@ void copy_terms(TermImpl* to, const TermImpl* from, std::uint64_t n) {
 }
 
 void ExprImpl::grow_rest(std::uint64_t capacity) {
+  prefer_mapped_large_blocks(capacity * sizeof(TermImpl));
   void* block = std::realloc(rest, capacity * sizeof(TermImpl));
   if (block == nullptr) throw std::bad_alloc();
   rest = static_cast<TermImpl*>(block);
@@ -33,6 +34,7 @@ void ExprImpl::copy_from(const ExprImpl& other, bool with_tag) {
   first_term = other.first_term;
   ext = with_tag ? other.ext : kNoTag;
   if (other.rest_size > 0) {
+    prefer_mapped_large_blocks(other.rest_size * sizeof(TermImpl));
     rest = static_cast<TermImpl*>(std::malloc(other.rest_size * sizeof(TermImpl)));
     if (rest == nullptr) throw std::bad_alloc();
     advise_huge_pages(rest, other.rest_size * sizeof(TermImpl));
@@ -91,6 +93,7 @@ ExprImpl ExprImpl::polynomial_copy() const {
 ExprImpl ExprImpl::with_positions(std::uint64_t n) {
   ExprImpl e;
   if (n > 1) {
+    prefer_mapped_large_blocks((n - 1) * sizeof(TermImpl));
     e.rest = static_cast<TermImpl*>(std::malloc((n - 1) * sizeof(TermImpl)));
     if (e.rest == nullptr) throw std::bad_alloc();
     advise_huge_pages(e.rest, (n - 1) * sizeof(TermImpl));

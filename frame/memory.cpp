@@ -1,5 +1,6 @@
 #include "frame/memory.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <cstdint>
@@ -22,6 +23,14 @@ void advise_huge_pages(void* block, std::size_t bytes) {
   (void)block;
   (void)bytes;
 #endif
+}
+
+void prefer_mapped_large_blocks(std::size_t bytes) {
+  constexpr std::size_t kThreshold = std::size_t{4} << 20;
+  if (bytes < kThreshold) return;
+  // Once per process, and only when a caller first builds something this large.
+  static const bool applied = mallopt(M_MMAP_THRESHOLD, static_cast<int>(kThreshold)) == 1;
+  (void)applied;
 }
 
 }  // namespace zorp
