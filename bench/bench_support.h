@@ -15,6 +15,14 @@
 
 namespace zorp::bench {
 
+// A positive count from the environment, else `fallback`: benchmarks shrink for quick runs.
+inline std::uint64_t env_count(const char* name, std::uint64_t fallback) {
+  const char* text = std::getenv(name);
+  if (text == nullptr) return fallback;
+  const long long value = std::strtoll(text, nullptr, 10);
+  return value > 0 ? static_cast<std::uint64_t>(value) : fallback;
+}
+
 inline double now_seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }

@@ -20,19 +20,14 @@
 #include <vector>
 
 #include "algebra/handles.h"
+#include "bench_support.h"
 #include "frame/parallel.h"
 #include "zorp/expr.h"
 
 namespace {
 
 using namespace zorp;
-
-std::uint64_t env_count(const char* name, std::uint64_t fallback) {
-  const char* text = std::getenv(name);
-  if (text == nullptr) return fallback;
-  const long long value = std::strtoll(text, nullptr, 10);
-  return value > 0 ? static_cast<std::uint64_t>(value) : fallback;
-}
+using zorp::bench::env_count;
 
 const std::uint64_t kTerms = env_count("ZORP_BENCH_TERMS", 100'000'000);
 const std::uint64_t kRepeats = env_count("ZORP_BENCH_REPEATS", 3);

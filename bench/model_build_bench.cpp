@@ -19,6 +19,7 @@
 #include <sstream>
 #include <string>
 
+#include "bench_support.h"
 #include "algebra/expr.h"
 #include "frame/parallel.h"
 #include "frame/var_registry.h"
@@ -28,12 +29,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::uint64_t env_count(const char* name, std::uint64_t fallback) {
-  const char* text = std::getenv(name);
-  if (text == nullptr) return fallback;
-  const unsigned long long value = std::strtoull(text, nullptr, 10);
-  return value > 0 ? value : fallback;
-}
+using zorp::bench::env_count;
 
 double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 

@@ -29,13 +29,7 @@
 namespace {
 
 using namespace zorp;
-
-std::uint64_t env_count(const char* name, std::uint64_t fallback) {
-  const char* text = std::getenv(name);
-  if (text == nullptr) return fallback;
-  const long long value = std::strtoll(text, nullptr, 10);
-  return value > 0 ? static_cast<std::uint64_t>(value) : fallback;
-}
+using zorp::bench::env_count;
 
 const std::uint64_t kTerms = env_count("ZORP_BENCH_TERMS", 50'000'000);
 const std::uint32_t kVars = static_cast<std::uint32_t>(env_count("ZORP_BENCH_VARS", 10'000));

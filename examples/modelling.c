@@ -82,6 +82,32 @@ int main(void) {
   printf("%-28s [%lld, %lld]\n", "  reachable objective:", (long long)zorp_expr_neg_sum(model),
          (long long)zorp_expr_pos_sum(model));
 
+  /* The model: the objective with its constraints, simplified as binary (constraint bodies
+     included), flattened, then a few assignments set by hand. */
+  zorp_expr* canonical = zorp_expr_simplify_as_binary(model);
+  zorp_model* flat = zorp_model_create(canonical);
+  printf("model: %u variables, %llu linear and %llu quadratic terms, %llu native constraints\n",
+         zorp_model_var_count(flat), (unsigned long long)zorp_model_term_count(flat, 1),
+         (unsigned long long)zorp_model_term_count(flat, 2), (unsigned long long)zorp_model_native_cons_count(flat));
+  zorp_sol* sol = zorp_sol_create(flat);
+  const zorp_var settings[3][2] = {{x, 1}, {y, 1}, {a, 1}};
+  for (int step = 0; step <= 3; ++step) {
+    if (step > 0) zorp_sol_set(sol, settings[step - 1][0], (int32_t)settings[step - 1][1]);
+    int64_t energy = 0;
+    zorp_sol_compute_energy(sol, &energy);
+    printf("assignment %d: energy %lld, violated constraints %llu, solution %s\n", step, (long long)energy,
+           (unsigned long long)zorp_cons_violation_count(canonical, sol), zorp_sol_str(sol));
+    for (uint64_t i = 0; i < zorp_cons_item_count(canonical); ++i) {
+      int64_t value, lower, upper, violation, weight;
+      zorp_cons_item_eval(canonical, i, sol, &value, &lower, &upper, &violation, &weight);
+      printf("    item %llu: value %lld in [%lld, %lld], violation %lld, weight %lld\n", (unsigned long long)i,
+             (long long)value, (long long)lower, (long long)upper, (long long)violation, (long long)weight);
+    }
+  }
+  zorp_sol_destroy(sol);
+  zorp_model_destroy(flat);
+  zorp_expr_destroy(canonical);
+
   zorp_expr_destroy(shape);
   zorp_expr_destroy(diff);
   zorp_expr_destroy(equal);
