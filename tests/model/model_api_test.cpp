@@ -6,11 +6,13 @@
 
 #include "support/builders.h"
 #include "support/death.h"
+#include "support/model_handle.h"
 #include "zorp.h"
 
 namespace {
 
 using zorp::test::DeathTestBase;
+using zorp::test::ModelHandle;
 using zorp::test::eval_binary;
 using zorp::test::index_of;
 using zorp::test::negated;
@@ -19,18 +21,6 @@ using zorp::test::var;
 
 Poly simplified(const Poly& p) { return Poly(zorp_expr_simplify_as_binary(p.get())); }
 
-class ModelHandle {
- public:
-  explicit ModelHandle(const Poly& p) : m_(zorp_model_create(p.get())) {}
-  explicit ModelHandle(zorp_model* adopted) : m_(adopted) {}
-  ~ModelHandle() { zorp_model_destroy(m_); }
-  ModelHandle(const ModelHandle&) = delete;
-  ModelHandle& operator=(const ModelHandle&) = delete;
-  zorp_model* get() const { return m_; }
-
- private:
-  zorp_model* m_;
-};
 
 // Packs a registry assignment into the model's dense bit words.
 std::vector<uint64_t> dense_bits(const zorp_model* m, const std::vector<int>& value_of_registry) {

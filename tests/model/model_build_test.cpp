@@ -14,6 +14,7 @@
 #include "model/model_impl.h"
 #include "support/builders.h"
 #include "support/death.h"
+#include "support/model_handle.h"
 #include "zorp.h"
 
 namespace {
@@ -21,6 +22,7 @@ namespace {
 using zorp::ConstraintListImpl;
 using zorp::ModelImpl;
 using zorp::test::DeathTestBase;
+using zorp::test::ModelHandle;
 using zorp::test::index_of;
 using zorp::test::negated;
 using zorp::test::Poly;
@@ -53,19 +55,6 @@ ModelImpl build(const Poly& p, unsigned threads) {
   return ModelImpl(*zorp::impl(p.get()), 0.0, list ? &*list : nullptr, threads);
 }
 
-class ModelHandle {
- public:
-  explicit ModelHandle(const Poly& p) : m_(zorp_model_create(p.get())) {}
-  explicit ModelHandle(zorp_model* adopted) : m_(adopted) {}
-  ~ModelHandle() { zorp_model_destroy(m_); }
-  ModelHandle(const ModelHandle&) = delete;
-  ModelHandle& operator=(const ModelHandle&) = delete;
-  zorp_model* get() const { return m_; }
-  const ModelImpl& impl() const { return zorp::model_impl(m_); }
-
- private:
-  zorp_model* m_;
-};
 
 void expect_same_model(const ModelImpl& a, const ModelImpl& b) {
   EXPECT_EQ(a.vars, b.vars);
