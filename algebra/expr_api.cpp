@@ -237,7 +237,7 @@ void zorp_expr_destroy(zorp_expr* e) { delete impl(e); }
 
 void zorp_expr_iadd_int(zorp_expr* e, int64_t c) { add_int(*impl(e), c); }
 
-void zorp_expr_isub_int(zorp_expr* e, int64_t c) { add_int(*impl(e), static_cast<int64_t>(wrapping_neg(static_cast<uint64_t>(c)))); }
+void zorp_expr_isub_int(zorp_expr* e, int64_t c) { add_int(*impl(e), wrapping_neg(c)); }
 
 void zorp_expr_iadd_var(zorp_expr* e, zorp_var v) { iadd_term(*impl(e), var_term(1, v)); }
 
@@ -307,7 +307,7 @@ zorp_expr* zorp_expr_clone_add_int(const zorp_expr* e, int64_t c) {
 }
 
 zorp_expr* zorp_expr_clone_sub_int(const zorp_expr* e, int64_t c) {
-  return clone_and(e, [c](ExprImpl& x) { add_int(x, static_cast<int64_t>(wrapping_neg(static_cast<uint64_t>(c)))); });
+  return clone_and(e, [c](ExprImpl& x) { add_int(x, wrapping_neg(c)); });
 }
 
 zorp_expr* zorp_expr_clone_add_var(const zorp_expr* e, zorp_var v) {

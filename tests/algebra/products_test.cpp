@@ -305,9 +305,8 @@ TEST_F(ProductsDeathTest, DeclaredOperandsAreRefused) {
   const Poly declared(zorp_cons_mark((x + Poly(1)).get()));
   Poly plain = x + Poly(2);
   auto line = [](const std::string& word) {
-    std::string escaped;
-    for (const char c : word) escaped += c == '*' ? std::string("\\*") : std::string(1, c);
-    return "^zorp: zorp::cons: '" + escaped + "' is not allowed on an expression with declared constraints\n$";
+    return "^zorp: zorp::cons: '" + test::escaped_regex(word) +
+           "' is not allowed on an expression with declared constraints\n$";
   };
   const auto aborted = testing::KilledBySignal(SIGABRT);
   EXPECT_EXIT(zorp_expr_imul_var(declared.get(), 1), aborted, line("*= var"));

@@ -16,6 +16,7 @@
 namespace {
 
 using zorp::test::DeathTestBase;
+using zorp::test::escaped_regex;
 using zorp::test::Poly;
 
 using Intervals = std::vector<std::pair<int64_t, int64_t>>;
@@ -255,16 +256,7 @@ TEST_F(ConsApi, BodyOfASingleConstraintIsBorrowedFromTheRecord) {
 
 using ConsApiDeathTest = DeathTestBase;
 
-std::string escaped(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    if (std::string("\\^$.|?*+()[]{}").find(c) != std::string::npos) out += '\\';
-    out += c;
-  }
-  return out;
-}
-
-std::string line(const std::string& text) { return "^" + escaped(text) + "\n"; }
+std::string line(const std::string& text) { return "^" + escaped_regex(text) + "\n"; }
 
 std::string refusal(const std::string& word) {
   return line("zorp: zorp::cons: '" + word + "' is not allowed on an expression with declared constraints");

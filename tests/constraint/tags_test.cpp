@@ -18,6 +18,7 @@
 namespace {
 
 using zorp::test::DeathTestBase;
+using zorp::test::escaped_regex;
 using zorp::test::Poly;
 
 constexpr uint32_t kNone = 0xFFFFFFFFu;
@@ -401,17 +402,8 @@ TEST_F(ClassicTags, ProductsAndDivisionEndTheRecord) {
 
 using TagDeathTest = DeathTestBase;
 
-std::string escaped(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    if (std::string("\\^$.|?*+()[]{}").find(c) != std::string::npos) out += '\\';
-    out += c;
-  }
-  return out;
-}
-
 std::string refusal(const std::string& word) {
-  return "^" + escaped("zorp: zorp::cons: '" + word + "' is not allowed on an expression with declared constraints") +
+  return "^" + escaped_regex("zorp: zorp::cons: '" + word + "' is not allowed on an expression with declared constraints") +
          "\n";
 }
 
