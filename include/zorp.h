@@ -11,5 +11,8 @@
 #include "zorp/sol.h"
 #include "zorp/cons_item.h"
 #include "zorp/model.h"
+#include "zorp/search_result.h"
+#include "zorp/vell_solver.h"
+#include "zorp/sysinfo.h"
 
 #endif

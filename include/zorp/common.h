@@ -37,6 +37,13 @@ typedef int64_t zorp_coeff;
 #error "unsupported ZORP_COEFF_BITS"
 #endif
 
+/* One (key, value) text pair of a parameter or info list; a list is closed by a pair whose
+   key is NULL. */
+typedef struct zorp_solver_pair {
+  const char* key;
+  const char* value;
+} zorp_solver_pair;
+
 typedef struct zorp_term zorp_term; /* a coefficient times up to MAXDEG literals */
 typedef struct zorp_expr zorp_expr; /* a constant plus a list of terms */
 
