@@ -376,5 +376,3 @@ TEST(SearchResult, ValuesToWidthSignExtendsOrTruncates) {
 }
 
 }  // namespace
-
-}  // namespace
