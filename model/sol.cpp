@@ -130,13 +130,21 @@ std::unique_ptr<Sol> adopt_sol(Model model, energy_t energy, std::vector<std::ui
 
 energy_t sol_energy(const Sol& sol) {
   const ModelImpl& m = *sol.model;
-  energy_t total = wrapping_add(m.constant, objective_terms(sol, m));
-  for (const NativeConstraint& c : m.native_cons) {
+  return wrapping_add(wrapping_add(m.constant, objective_terms(sol, m)), sol_constraint_tally(sol).penalties);
+}
+
+ConstraintTally sol_constraint_tally(const Sol& sol) {
+  ConstraintTally tally;
+  for (const NativeConstraint& c : sol.model->native_cons) {
     const energy_t v = native_violation(c, native_body(sol, c));
     const energy_t weighted = wrapping_mul(static_cast<energy_t>(c.weight), v);
-    total = wrapping_add(total, c.penalty_exponent == 2 ? wrapping_mul(weighted, v) : weighted);
+    tally.penalties = wrapping_add(tally.penalties, c.penalty_exponent == 2 ? wrapping_mul(weighted, v) : weighted);
+    if (c.penalty_shape == 0) {
+      ++tally.plain;
+      tally.plain_violated += v != 0;
+    }
   }
-  return total;
+  return tally;
 }
 
 std::uint32_t sol_dense_index(const Sol& sol, std::uint32_t literal) {

@@ -47,6 +47,15 @@ inline bool sol_bit(const Sol& sol, std::uint32_t dense) { return (sol.bits[dens
 
 // Dense index of a binary literal's variable (bit 31 ignored), or kNoVar when the model lacks it.
 std::uint32_t sol_dense_index(const Sol& sol, std::uint32_t literal);
+
+// The native constraints under the present assignment: their summed penalties, and how many
+// of the ordinary ones (shape 0, not abs/relu terms) there are and how many are violated.
+struct ConstraintTally {
+  energy_t penalties = 0;
+  std::uint64_t plain = 0;
+  std::uint64_t plain_violated = 0;
+};
+ConstraintTally sol_constraint_tally(const Sol& sol);
 // Dense integer index of an atom literal (bit 30 set), or kNoVar when the model lacks it.
 std::uint32_t sol_dense_int_index(const Sol& sol, std::uint32_t literal);
 

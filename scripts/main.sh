@@ -6,3 +6,5 @@ bash scripts/install-deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 ninja -C build
 ./build/examples/modelling
+echo
+./build/examples/solving

@@ -19,27 +19,27 @@ namespace {
 // starts every failure line.
 class SymbolReader {
  public:
-  SymbolReader(const std::string &path, std::string_view label) : label_(label) {
+  SymbolReader(const std::string& path, std::string_view label) : label_(label) {
     handle_ = dlopen(path.c_str(), RTLD_NOW);
     if (handle_ == nullptr) {
-      const char *reason = dlerror();
+      const char* reason = dlerror();
       fatal(label_, ": failed to load ", path, ": ", reason != nullptr ? reason : "");
     }
   }
 
   template <class Slot>
-  void required(Slot &slot, const char *name) {
+  void required(Slot& slot, const char* name) {
     optional(slot, name);
     if (slot == nullptr) fatal(label_, ": symbol not found: ", name);
   }
 
   template <class Slot>
-  void optional(Slot &slot, const char *name) {
+  void optional(Slot& slot, const char* name) {
     slot = reinterpret_cast<Slot>(dlsym(handle_, name));
   }
 
  private:
-  void *handle_ = nullptr;  // never closed: tables and plug-in handles outlive every caller
+  void* handle_ = nullptr;  // never closed: tables and plug-in handles outlive every caller
   std::string_view label_;
 };
 
@@ -49,7 +49,7 @@ std::string plugin_file(std::string_view prefix, std::string_view type, bool hon
   return path;
 }
 
-VellSolverTable read_vell_solver(const std::string &path) {
+VellSolverTable read_vell_solver(const std::string& path) {
   SymbolReader reader(path, "VellSolver");
   VellSolverTable t;
   reader.required(t.create, "zorp_vell_solver_create");
@@ -71,7 +71,7 @@ VellSolverTable read_vell_solver(const std::string &path) {
   return t;
 }
 
-TallonSolverTable read_tallon_solver(const std::string &path) {
+TallonSolverTable read_tallon_solver(const std::string& path) {
   SymbolReader reader(path, "TallonSolver");
   TallonSolverTable t;
   reader.required(t.create, "zorp_tallon_create");
@@ -91,7 +91,7 @@ TallonSolverTable read_tallon_solver(const std::string &path) {
   return t;
 }
 
-MirkSolverTable read_mirk_solver(const std::string &path) {
+MirkSolverTable read_mirk_solver(const std::string& path) {
   SymbolReader reader(path, "MIRKSolver");
   MirkSolverTable t;
   reader.required(t.gpu_device_count, "zorp_mirk_gpu_device_count");
@@ -143,7 +143,7 @@ MirkSolverTable read_mirk_solver(const std::string &path) {
 
 }  // namespace
 
-const std::string &default_solver_type() {
+const std::string& default_solver_type() {
   static const std::string tag = [] {
     char text[32];
     std::snprintf(text, sizeof(text), "c%zue%zu", sizeof(coeff_t) * 8, sizeof(energy_t) * 8);
@@ -158,14 +158,14 @@ std::optional<TypeWidths> type_widths(std::string_view tag) {
     TypeWidths widths;
   } kKnown[] = {{"c16e32", {2, 4}}, {"c32e32", {4, 4}},   {"c32e64", {4, 8}},
                 {"c64e64", {8, 8}}, {"c64e128", {8, 16}}, {"c128e128", {16, 16}}};
-  for (const auto &known : kKnown)
+  for (const auto& known : kKnown)
     if (known.tag == tag) return known.widths;
   return std::nullopt;
 }
 
 std::string plugin_directory(bool honour_env) {
   if (honour_env) {
-    const char *dir = std::getenv("ZORP_LIB_DIR");
+    const char* dir = std::getenv("ZORP_LIB_DIR");
     if (dir != nullptr && dir[0] != '\0') {
       std::string path(dir);
       if (path.back() != '/') path.push_back('/');
@@ -173,7 +173,7 @@ std::string plugin_directory(bool honour_env) {
     }
   }
   Dl_info info{};
-  if (dladdr(reinterpret_cast<void *>(&zorp_var_reset), &info) != 0 && info.dli_fname != nullptr &&
+  if (dladdr(reinterpret_cast<void*>(&zorp_var_reset), &info) != 0 && info.dli_fname != nullptr &&
       info.dli_fname[0] != '\0') {
     const std::string file(info.dli_fname);
     const std::size_t slash = file.rfind('/');
@@ -192,7 +192,7 @@ std::string mirk_solver_path() {
   return plugin_file("mirk_c", std::string_view(default_solver_type()).substr(1), true);
 }
 
-const VellSolverTable &load_vell_solver(const char *type) {
+const VellSolverTable& load_vell_solver(const char* type) {
   static std::mutex lock;
   static std::unordered_map<std::string, VellSolverTable> tables;
   const std::string tag = (type == nullptr || type[0] == '\0') ? default_solver_type() : std::string(type);
@@ -202,28 +202,28 @@ const VellSolverTable &load_vell_solver(const char *type) {
   return tables.emplace(tag, read_vell_solver(vell_solver_path(tag))).first->second;
 }
 
-const TallonSolverTable &load_tallon_solver() {
+const TallonSolverTable& load_tallon_solver() {
   static const TallonSolverTable table = read_tallon_solver(tallon_solver_path());
   return table;
 }
 
-const MirkSolverTable &load_mirk_solver() {
+const MirkSolverTable& load_mirk_solver() {
   static const MirkSolverTable table = read_mirk_solver(mirk_solver_path());
   return table;
 }
 
 OwnedMirkSol::OwnedMirkSol(std::uint32_t var_count) {
   sol.word_count = (var_count + 63u) / 64u;
-  sol.bits = static_cast<std::uint64_t *>(std::calloc(sol.word_count == 0 ? 1 : sol.word_count, sizeof(std::uint64_t)));
+  sol.bits = static_cast<std::uint64_t*>(std::calloc(sol.word_count == 0 ? 1 : sol.word_count, sizeof(std::uint64_t)));
   if (sol.bits == nullptr) throw std::bad_alloc();
 }
 
 OwnedMirkSol::~OwnedMirkSol() {
   std::free(sol.bits);
   if (sol.info == nullptr) return;
-  for (zorp_solver_pair *pair = sol.info; pair->key != nullptr; ++pair) {
-    std::free(const_cast<char *>(pair->key));
-    std::free(const_cast<char *>(pair->value));
+  for (zorp_solver_pair* pair = sol.info; pair->key != nullptr; ++pair) {
+    std::free(const_cast<char*>(pair->key));
+    std::free(const_cast<char*>(pair->value));
   }
   std::free(sol.info);
 }

@@ -15,7 +15,7 @@ namespace zorp {
 
 // The tag of this build, "c" + coefficient bits + "e" + energy bits, e.g.
 // "c32e64".
-const std::string &default_solver_type();
+const std::string& default_solver_type();
 
 // Bytes of one coefficient and of the energy constant for a known tag.
 struct TypeWidths {
@@ -50,9 +50,9 @@ struct VellSolverTable {
 
 // The TallonSolver family has the VellSolver shapes, except that its create
 // takes a last u32 (always 0xFFFFFFFF) and its search no hint.
-using tallon_create_fn = void *(*)(void *, std::uint32_t, std::uint32_t, const void *, const std::uint64_t *const *,
-                                   const std::uint32_t *const *, const void *const *, std::uint32_t);
-using tallon_search_fn = void *(*)(void *, zorp_plugin_sol *, const zorp_solver_pair *);
+using tallon_create_fn = void* (*)(void*, std::uint32_t, std::uint32_t, const void*, const std::uint64_t* const*,
+                                   const std::uint32_t* const*, const void* const*, std::uint32_t);
+using tallon_search_fn = void* (*)(void*, zorp_plugin_sol*, const zorp_solver_pair*);
 using tallon_register_callback_fn = void (*)(void (*)());
 
 struct TallonSolverTable {
@@ -77,9 +77,9 @@ struct TallonSolverTable {
 // each value, the array).
 struct MirkSol {
   std::int64_t energy = 0;
-  std::uint64_t *bits = nullptr;
+  std::uint64_t* bits = nullptr;
   double tts = 0.0;
-  zorp_solver_pair *info = nullptr;
+  zorp_solver_pair* info = nullptr;
   std::uint32_t word_count = 0;
 };
 
@@ -89,13 +89,13 @@ struct OwnedMirkSol {
   MirkSol sol;
   explicit OwnedMirkSol(std::uint32_t var_count);
   ~OwnedMirkSol();
-  OwnedMirkSol(const OwnedMirkSol &) = delete;
-  OwnedMirkSol &operator=(const OwnedMirkSol &) = delete;
+  OwnedMirkSol(const OwnedMirkSol&) = delete;
+  OwnedMirkSol& operator=(const OwnedMirkSol&) = delete;
 };
 
 // The MIRK family's entry points are kept as untyped addresses: the front end
 // that calls them knows their shapes. Required slots are never null.
-using PluginSymbol = void *;
+using PluginSymbol = void*;
 struct MirkSolverTable {
   // Required, looked up in this order.
   PluginSymbol gpu_device_count = nullptr;
@@ -147,9 +147,9 @@ struct MirkSolverTable {
 // Opens the plug-in on first use and returns its table; aborts when the file
 // does not open or a required symbol is missing. A null or empty tag means the
 // build's own.
-const VellSolverTable &load_vell_solver(const char *type);
-const TallonSolverTable &load_tallon_solver();
-const MirkSolverTable &load_mirk_solver();
+const VellSolverTable& load_vell_solver(const char* type);
+const TallonSolverTable& load_tallon_solver();
+const MirkSolverTable& load_mirk_solver();
 
 // The file path each loader opens (for messages and tests).
 std::string vell_solver_path(std::string_view type);

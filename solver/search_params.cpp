@@ -12,12 +12,12 @@
 
 namespace zorp {
 
-std::int64_t parse_search_integer(const char *value) {
+std::int64_t parse_search_integer(const char* value) {
   const auto invalid = [value]() {
     throw std::runtime_error(std::string("zorp::_from_string: invalid integer '") + (value ? value : "") + "'");
   };
   if (value == nullptr) invalid();
-  const char *p = value;
+  const char* p = value;
   while (*p == ' ' || *p == '\t') ++p;
   bool negative = false;
   if (*p == '+' || *p == '-') negative = *p++ == '-';
@@ -43,14 +43,14 @@ std::uint32_t default_search_threads() {
   return hardware == 0 ? 1u : hardware;
 }
 
-IntSearchOpts read_int_search_opts(const zorp_solver_pair *params, std::string_view solver_name) {
+IntSearchOpts read_int_search_opts(const zorp_solver_pair* params, std::string_view solver_name) {
   IntSearchOpts opts;
   opts.solver_name = std::string(solver_name);
   opts.seed = default_search_seed();
   opts.threads = default_search_threads();
-  for (const zorp_solver_pair *pair = params; pair != nullptr && pair->key != nullptr; ++pair) {
+  for (const zorp_solver_pair* pair = params; pair != nullptr && pair->key != nullptr; ++pair) {
     const std::string_view key(pair->key);
-    const char *value = pair->value != nullptr ? pair->value : "";
+    const char* value = pair->value != nullptr ? pair->value : "";
     if (key == "time_limit") {
       opts.time_limit = std::strtod(value, nullptr);
     } else if (key == "target_energy") {
@@ -78,15 +78,15 @@ IntSearchOpts read_int_search_opts(const zorp_solver_pair *params, std::string_v
   return opts;
 }
 
-void check_int_hint(const IntSearchOpts &opts, const ModelImpl &model, const std::int64_t *ints, std::uint64_t count) {
+void check_int_hint(const IntSearchOpts& opts, const ModelImpl& model, const std::int64_t* ints, std::uint64_t count) {
   if (count != model.int_lower.size()) fatal(opts.solver_name, ": hint integer-variable count mismatch.");
   for (std::uint64_t i = 0; i < count; ++i)
     if (ints[i] < model.int_lower[i] || ints[i] > model.int_upper[i])
       fatal(opts.solver_name, ": hint value outside the integer variable's bounds.");
 }
 
-bool has_param(const zorp_solver_pair *params, std::string_view key) {
-  for (const zorp_solver_pair *pair = params; pair != nullptr && pair->key != nullptr; ++pair)
+bool has_param(const zorp_solver_pair* params, std::string_view key) {
+  for (const zorp_solver_pair* pair = params; pair != nullptr && pair->key != nullptr; ++pair)
     if (key == pair->key) return true;
   return false;
 }

@@ -23,20 +23,20 @@ class WordBlock {
   // `count` zeroed words.
   explicit WordBlock(std::size_t count);
   // Takes ownership of a malloc block.
-  WordBlock(std::uint64_t *words, std::size_t count) : block_{words, count} {}
-  WordBlock(WordBlock &&other) noexcept : block_(other.block_) { other.block_ = {nullptr, 0}; }
-  WordBlock &operator=(WordBlock &&other) noexcept {
+  WordBlock(std::uint64_t* words, std::size_t count) : block_{words, count} {}
+  WordBlock(WordBlock&& other) noexcept : block_(other.block_) { other.block_ = {nullptr, 0}; }
+  WordBlock& operator=(WordBlock&& other) noexcept {
     std::swap(block_, other.block_);
     return *this;
   }
-  WordBlock(const WordBlock &) = delete;
-  WordBlock &operator=(const WordBlock &) = delete;
+  WordBlock(const WordBlock&) = delete;
+  WordBlock& operator=(const WordBlock&) = delete;
   ~WordBlock() { std::free(block_.words); }
 
-  std::uint64_t *data() const { return block_.words; }
+  std::uint64_t* data() const { return block_.words; }
   std::size_t size() const { return block_.count; }
   std::vector<std::uint64_t> to_vector() const { return {block_.words, block_.words + block_.count}; }
-  void exchange(zorp_sol_words &list) noexcept { std::swap(block_, list); }
+  void exchange(zorp_sol_words& list) noexcept { std::swap(block_, list); }
 
  private:
   zorp_sol_words block_{nullptr, 0};
@@ -62,13 +62,13 @@ struct SearchResult {
 };
 
 // "run_time" in the "%f" form that starts every result's facts.
-void add_run_time(SearchResult &result, double seconds);
+void add_run_time(SearchResult& result, double seconds);
 // The host facts that end every result: "os", "cpu", "gpu", "ram".
-void add_host_info(SearchResult &result);
+void add_host_info(SearchResult& result);
 
 // A Sol of `model` holding a copy of the best (or of pool entry `index`) as it
 // stands.
-std::unique_ptr<Sol> result_to_sol(const SearchResult &result, Model model);
-std::unique_ptr<Sol> result_entry_to_sol(const SearchResultEntry &entry, Model model);
+std::unique_ptr<Sol> result_to_sol(const SearchResult& result, Model model);
+std::unique_ptr<Sol> result_entry_to_sol(const SearchResultEntry& entry, Model model);
 
 }  // namespace zorp

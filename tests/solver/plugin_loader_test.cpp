@@ -20,7 +20,7 @@ using zorp::test::test_plugin_dir;
 class PluginDirectory : public ::testing::Test {
  protected:
   void SetUp() override {
-    const char *old = std::getenv("ZORP_LIB_DIR");
+    const char* old = std::getenv("ZORP_LIB_DIR");
     had_ = old != nullptr;
     if (had_) old_ = old;
   }
@@ -111,7 +111,7 @@ TEST_F(PluginLoaderDeathTest, MissingRequiredSymbolIsNamed) {
 
 TEST_F(PluginLoaderDeathTest, OptionalSymbolsAreNullWhenAbsent) {
   EXPECT_WITH_PLUGINS(test_plugin_dir("required_only"), [] {
-    const zorp::VellSolverTable &t = zorp::load_vell_solver(nullptr);
+    const zorp::VellSolverTable& t = zorp::load_vell_solver(nullptr);
     if (!t.create || !t.search || !t.register_callback) return std::string("required slot empty");
     if (t.get_info || t.add_constraint || t.set_cons_shape || t.create_int) return std::string("optional slot filled");
     return std::string();
@@ -120,7 +120,7 @@ TEST_F(PluginLoaderDeathTest, OptionalSymbolsAreNullWhenAbsent) {
 
 TEST_F(PluginLoaderDeathTest, RepeatLoadsReuseTheTableWithoutTheFile) {
   EXPECT_WITH_PLUGINS(test_plugin_dir("recording"), [] {
-    const zorp::VellSolverTable *first = &zorp::load_vell_solver(nullptr);
+    const zorp::VellSolverTable* first = &zorp::load_vell_solver(nullptr);
     setenv("ZORP_LIB_DIR", "/nonexistent/folder", 1);
     if (&zorp::load_vell_solver("c32e64") != first) return std::string("second table for the same tag");
     if (&zorp::load_vell_solver("") != first) return std::string("empty tag is not the default");
@@ -130,7 +130,7 @@ TEST_F(PluginLoaderDeathTest, RepeatLoadsReuseTheTableWithoutTheFile) {
 
 TEST_F(PluginLoaderDeathTest, MirkWithoutGpuSolverServesTheCpuSide) {
   EXPECT_WITH_PLUGINS(test_plugin_dir("cpu_only"), [] {
-    const zorp::MirkSolverTable &t = zorp::load_mirk_solver();
+    const zorp::MirkSolverTable& t = zorp::load_mirk_solver();
     if (!t.cpu_solver_create || !t.cpu_sol_list_destroy) return std::string("cpu slots empty");
     if (t.solver_create || t.solver_search || t.int_create) return std::string("gpu slots filled");
     return std::string();
@@ -139,13 +139,13 @@ TEST_F(PluginLoaderDeathTest, MirkWithoutGpuSolverServesTheCpuSide) {
 
 TEST_F(PluginLoaderDeathTest, MirkIntegerEngineIsAllOrNothing) {
   EXPECT_WITH_PLUGINS(test_plugin_dir("int_without_hint"), [] {
-    const zorp::MirkSolverTable &t = zorp::load_mirk_solver();
+    const zorp::MirkSolverTable& t = zorp::load_mirk_solver();
     if (t.int_create != nullptr) return std::string("engine without int_hint counted as present");
     if (t.int_round2 == nullptr) return std::string("the present symbols should still be read");
     return std::string();
   });
   EXPECT_WITH_PLUGINS(test_plugin_dir("int_engine"), [] {
-    const zorp::MirkSolverTable &t = zorp::load_mirk_solver();
+    const zorp::MirkSolverTable& t = zorp::load_mirk_solver();
     if (t.int_create == nullptr || t.int_hint == nullptr) return std::string("complete engine not found");
     if (t.solver_create == nullptr || t.solver_search == nullptr) return std::string("gpu solver entries not read");
     return std::string();

@@ -15,14 +15,14 @@
 namespace zorp::test {
 
 // Folder of a purpose-built plug-in variant, with its trailing "/".
-inline std::string test_plugin_dir(const std::string &variant) {
+inline std::string test_plugin_dir(const std::string& variant) {
   return std::string(ZORP_TEST_PLUGIN_DIR) + variant + "/";
 }
 
 // Sets ZORP_LIB_DIR, runs `body`, and exits 0 when it returns no complaint;
 // otherwise the complaint goes to the standard error stream, where the failing
 // test shows it.
-[[noreturn]] inline void run_with_plugins(const std::string &folder, const std::function<std::string()> &body) {
+[[noreturn]] inline void run_with_plugins(const std::string& folder, const std::function<std::string()>& body) {
   setenv("ZORP_LIB_DIR", folder.c_str(), 1);
   const std::string complaint = body();
   if (!complaint.empty()) {
@@ -33,7 +33,7 @@ inline std::string test_plugin_dir(const std::string &variant) {
 }
 
 // Compares two texts for run_with_plugins: empty when equal, else both.
-inline std::string differs(const std::string &label, const std::string &expected, const std::string &actual) {
+inline std::string differs(const std::string& label, const std::string& expected, const std::string& actual) {
   if (expected == actual) return {};
   return label + ":\n--- expected\n" + expected + "\n--- actual\n" + actual;
 }

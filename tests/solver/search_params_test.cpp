@@ -18,17 +18,17 @@ using zorp::test::DeathTestBase;
 class Params {
  public:
   Params(std::initializer_list<std::pair<std::string, std::string>> pairs) : texts_(pairs) {
-    for (const auto &[key, value] : texts_) list_.push_back({key.c_str(), value.c_str()});
+    for (const auto& [key, value] : texts_) list_.push_back({key.c_str(), value.c_str()});
     list_.push_back({nullptr, nullptr});
   }
-  const zorp_solver_pair *get() const { return list_.data(); }
+  const zorp_solver_pair* get() const { return list_.data(); }
 
  private:
   std::vector<std::pair<std::string, std::string>> texts_;
   std::vector<zorp_solver_pair> list_;
 };
 
-IntSearchOpts read(const Params &params) { return read_int_search_opts(params.get(), "VellSolver"); }
+IntSearchOpts read(const Params& params) { return read_int_search_opts(params.get(), "VellSolver"); }
 
 TEST(SearchInteger, ReadsSignedDigitsAndStopsAtTheFirstOther) {
   EXPECT_EQ(zorp::parse_search_integer("12abc"), 12);
@@ -40,11 +40,11 @@ TEST(SearchInteger, ReadsSignedDigitsAndStopsAtTheFirstOther) {
 }
 
 TEST(SearchInteger, RefusesTextWithoutDigitsByThrowing) {
-  for (const char *bad : {"", "  ", "+", "-", "x1", "- 1", "++1"}) {
+  for (const char* bad : {"", "  ", "+", "-", "x1", "- 1", "++1"}) {
     try {
       zorp::parse_search_integer(bad);
       ADD_FAILURE() << "accepted '" << bad << "'";
-    } catch (const std::runtime_error &e) {
+    } catch (const std::runtime_error& e) {
       EXPECT_EQ(std::string(e.what()), std::string("zorp::_from_string: invalid integer '") + bad + "'");
     }
   }

@@ -28,26 +28,26 @@ using zorp::test::test_plugin_dir;
 using zorp::test::var;
 
 struct ModelDeleter {
-  void operator()(zorp_model *m) const { zorp_model_destroy(m); }
+  void operator()(zorp_model* m) const { zorp_model_destroy(m); }
 };
 struct SolverDeleter {
-  void operator()(zorp_vell_solver *s) const { zorp_vell_solver_wrapper_destroy(s); }
+  void operator()(zorp_vell_solver* s) const { zorp_vell_solver_wrapper_destroy(s); }
 };
 struct ResultDeleter {
-  void operator()(zorp_search_result *r) const { zorp_vell_solver_result_destroy(r); }
+  void operator()(zorp_search_result* r) const { zorp_vell_solver_result_destroy(r); }
 };
 struct SolDeleter {
-  void operator()(zorp_sol *s) const { zorp_sol_destroy(s); }
+  void operator()(zorp_sol* s) const { zorp_sol_destroy(s); }
 };
 using ModelPtr = std::unique_ptr<zorp_model, ModelDeleter>;
 using SolverPtr = std::unique_ptr<zorp_vell_solver, SolverDeleter>;
 using ResultPtr = std::unique_ptr<zorp_search_result, ResultDeleter>;
 using SolPtr = std::unique_ptr<zorp_sol, SolDeleter>;
 
-Poly canonical(const Poly &e) { return Poly(zorp_expr_simplify_as_binary(e.get())); }
-Poly times(int64_t factor, const Poly &p) { return Poly(zorp_expr_clone_mul_int(p.get(), factor)); }
+Poly canonical(const Poly& e) { return Poly(zorp_expr_simplify_as_binary(e.get())); }
+Poly times(int64_t factor, const Poly& p) { return Poly(zorp_expr_clone_mul_int(p.get(), factor)); }
 
-ModelPtr model_of(const Poly &e) {
+ModelPtr model_of(const Poly& e) {
   return ModelPtr(zorp_model_create(zorp_expr_is_declared(e.get()) ? e.get() : canonical(e).get()));
 }
 
@@ -55,24 +55,24 @@ ModelPtr model_of(const Poly &e) {
 class Params {
  public:
   Params(std::initializer_list<std::pair<std::string, std::string>> pairs) : texts_(pairs) {
-    for (const auto &[key, value] : texts_) list_.push_back({key.c_str(), value.c_str()});
+    for (const auto& [key, value] : texts_) list_.push_back({key.c_str(), value.c_str()});
     list_.push_back({nullptr, nullptr});
   }
-  const zorp_solver_pair *get() const { return list_.data(); }
+  const zorp_solver_pair* get() const { return list_.data(); }
 
  private:
   std::vector<std::pair<std::string, std::string>> texts_;
   std::vector<zorp_solver_pair> list_;
 };
 
-std::vector<std::string> info_keys(const zorp_search_result *r) {
+std::vector<std::string> info_keys(const zorp_search_result* r) {
   std::vector<std::string> keys;
   for (uint64_t i = 0; i < zorp_vell_solver_result_info_count(r); ++i)
     keys.emplace_back(zorp_vell_solver_result_info_key(r, i));
   return keys;
 }
 
-std::string info_value(const zorp_search_result *r, const std::string &key) {
+std::string info_value(const zorp_search_result* r, const std::string& key) {
   for (uint64_t i = 0; i < zorp_vell_solver_result_info_count(r); ++i)
     if (key == zorp_vell_solver_result_info_key(r, i)) return zorp_vell_solver_result_info_value(r, i);
   return "(absent)";
@@ -82,9 +82,9 @@ std::string info_value(const zorp_search_result *r, const std::string &key) {
 // process)
 
 std::string fake_log() {
-  void *self = dlopen((test_plugin_dir("recording") + "vellsolver_c32e64.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+  void* self = dlopen((test_plugin_dir("recording") + "vellsolver_c32e64.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
   if (self == nullptr) return "(plug-in not loaded)";
-  auto text = reinterpret_cast<const char *(*)()>(dlsym(self, "fake_log_text"));
+  auto text = reinterpret_cast<const char* (*)()>(dlsym(self, "fake_log_text"));
   return text();
 }
 
@@ -138,7 +138,7 @@ TEST_F(VellSolverHandOverDeathTest, SearchPassesParametersAndCollectsEverything)
     std::vector<Poly> v;
     for (int i = 0; i < 70; ++i) v.push_back(var(nullptr));
     Poly objective(11);
-    for (const Poly &x : v) objective += x;
+    for (const Poly& x : v) objective += x;
     const ModelPtr model = model_of(objective);
     const SolverPtr solver(zorp_vell_solver_wrapper_create(model.get()));
     reinterpret_cast<void (*)()>(
@@ -161,7 +161,7 @@ TEST_F(VellSolverHandOverDeathTest, SearchPassesParametersAndCollectsEverything)
     zorp_vell_solver_result_energy(plain.get(), &energy);
     if (energy != 18) complaint += "\nenergy " + std::to_string(energy);
     if (zorp_vell_solver_result_tts(plain.get()) != 0.25) complaint += "\ntts";
-    const uint64_t *bits = zorp_vell_solver_result_bits(plain.get());
+    const uint64_t* bits = zorp_vell_solver_result_bits(plain.get());
     if (bits[0] != ~uint64_t{0} || bits[1] != 0x3F) complaint += "\nbits of the best";
     if (zorp_vell_solver_result_topk_count(plain.get()) != 0) complaint += "\nunasked pool";
     if (zorp_vell_solver_result_bits(pooled.get())[0] != 0x5) complaint += "\nhint not passed";
@@ -212,11 +212,11 @@ TEST_F(VellSolverHandOverDeathTest, IntegerModelOpensNoPluginUntilTheUnifiedPath
 }
 
 TEST_F(VellSolverHandOverDeathTest, PluginsThatCannotTakeTheModelAreRefused) {
-  const auto create_with = [](const Poly &e) {
+  const auto create_with = [](const Poly& e) {
     const ModelPtr model = model_of(e);
     zorp_vell_solver_wrapper_create(model.get());
   };
-  const auto in = [](const char *variant) { setenv("ZORP_LIB_DIR", test_plugin_dir(variant).c_str(), 1); };
+  const auto in = [](const char* variant) { setenv("ZORP_LIB_DIR", test_plugin_dir(variant).c_str(), 1); };
   const auto no_native = [&] {
     in("required_only");
     const Poly x = var("x");
@@ -321,9 +321,9 @@ TEST(SearchResult, StealingExchangesAndTwiceGivesTheFirstListBack) {
   auto result = std::make_unique<zorp::SearchResult>();
   result->bits = zorp::WordBlock(3);
   result->bits.data()[2] = 9;
-  auto *handle = reinterpret_cast<zorp_search_result *>(result.release());
-  zorp_sol_words mine{static_cast<uint64_t *>(std::malloc(sizeof(uint64_t))), 1};
-  uint64_t *my_words = mine.words;
+  auto* handle = reinterpret_cast<zorp_search_result*>(result.release());
+  zorp_sol_words mine{static_cast<uint64_t*>(std::malloc(sizeof(uint64_t))), 1};
+  uint64_t* my_words = mine.words;
   zorp_vell_solver_result_steal_bits(handle, &mine);
   EXPECT_EQ(mine.count, 3u);
   EXPECT_EQ(mine.words[2], 9u);
@@ -345,11 +345,11 @@ TEST(SearchResult, ToSolCopiesTheBestAndStartsIntegersAtTheirLowerBounds) {
   result.tts = 1.5;
   result.bits = zorp::WordBlock(1);
   result.bits.data()[0] = 0b10;
-  auto &entry = result.topk.emplace_back();
+  auto& entry = result.topk.emplace_back();
   entry.bits = zorp::WordBlock(1);
   entry.bits.data()[0] = 0b01;
   entry.int_vals = {5};
-  const auto *handle = reinterpret_cast<const zorp_search_result *>(&result);
+  const auto* handle = reinterpret_cast<const zorp_search_result*>(&result);
 
   const SolPtr best(zorp_vell_solver_result_to_sol(handle, model.get()));
   EXPECT_EQ(zorp_sol_energy(best.get(), nullptr), -17);
@@ -373,6 +373,159 @@ TEST(SearchResult, ValuesToWidthSignExtendsOrTruncates) {
   std::memcpy(small, narrow.data(), sizeof(small));
   EXPECT_EQ(small[0], -2);
   EXPECT_EQ(small[1], 300);
+}
+
+// ---- end to end with the real plug-in
+
+class VellSolverSearch : public ::testing::Test {
+ protected:
+  void SetUp() override { setenv("ZORP_LIB_DIR", ZORP_PLUGIN_DIR, 1); }
+};
+
+// A random problem over a few binary variables: an objective of degree up to 4 with negated
+// literals, and declared parts of every form with positive and negative weights.
+Poly random_problem(std::mt19937& rng, std::vector<zorp_var>& vars) {
+  const auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  const auto nonzero = [&](int range) { return pick(0, 1) ? pick(1, range) : -pick(1, range); };
+  vars.clear();
+  for (int i = 0; i < 7; ++i) vars.push_back(zorp_new_var(nullptr));
+  const auto literal = [&] { return vars[pick(0, 6)] | (pick(0, 3) == 0 ? ZORP_NEGATED_BIT : 0); };
+  Poly objective(pick(-5, 5));
+  for (int t = pick(4, 12); t > 0; --t) {
+    std::vector<zorp_var> literals;
+    for (int d = pick(1, 4); d > 0; --d) literals.push_back(literal());
+    Poly term;
+    zorp_expr_iadd_raw_term(term.get(), nonzero(6), literals.data(), literals.size());
+    objective += term;
+  }
+  Poly e = canonical(objective);
+  for (int c = pick(0, 3); c > 0; --c) {
+    std::vector<zorp_var> order = vars;
+    std::shuffle(order.begin(), order.end(), rng);
+    Poly body(pick(-2, 2));
+    for (int i = pick(1, 4); i > 0; --i) body += Poly(nonzero(3)) * Poly::var(order[i]);
+    const Poly linear = canonical(body);
+    Poly declared;
+    switch (pick(0, 4)) {
+      case 0: {
+        const int lo = pick(-3, 3);
+        declared = Poly(zorp_cons_between(linear.get(), lo, lo + pick(0, 2)));
+        break;
+      }
+      case 1: {
+        const int64_t los[] = {pick(-4, 0), pick(1, 4)};
+        const int64_t his[] = {los[0], los[1] + pick(0, 1)};
+        declared = Poly(zorp_cons_equal(linear.get(), los, his, 2));
+        break;
+      }
+      case 2:
+        declared = Poly(zorp_abs_term(linear.get(), pick(1, 2)));
+        break;
+      case 3:
+        declared = Poly(zorp_cons_between(canonical(body + Poly::var(order[0]) * Poly::var(order[5])).get(), 0, 1));
+        break;
+      default:
+        declared = Poly(zorp_cons_mark(canonical(Poly::var(order[0]) * Poly::var(order[6])).get()));
+        break;
+    }
+    const int weight = pick(0, 4) == 0 ? -1 : pick(1, 3);
+    e += weight == 1 ? declared : times(weight, declared);
+  }
+  return e;
+}
+
+// Energies of every assignment of the model's variables, by bit pattern.
+std::vector<int64_t> all_energies(const zorp_model* model) {
+  const uint32_t n = zorp_model_var_count(model);
+  std::vector<int64_t> energies;
+  const SolPtr sol(zorp_sol_create(model));
+  for (uint64_t pattern = 0; pattern < (uint64_t{1} << n); ++pattern) {
+    for (uint32_t i = 0; i < n; ++i) zorp_sol_set(sol.get(), zorp_model_var(model, i), (pattern >> i) & 1);
+    energies.push_back(zorp_sol_compute_energy(sol.get(), nullptr));
+  }
+  return energies;
+}
+
+int64_t energy_of_bits(const zorp_model* model, const uint64_t* words) {
+  const SolPtr sol(zorp_sol_create(model));
+  for (uint32_t i = 0; i < zorp_model_var_count(model); ++i)
+    zorp_sol_set(sol.get(), zorp_model_var(model, i), (words[i / 64] >> (i % 64)) & 1);
+  return zorp_sol_compute_energy(sol.get(), nullptr);
+}
+
+TEST_F(VellSolverSearch, FindsTheBruteForceOptimumWithExactEnergies) {
+  std::mt19937 rng(2026);
+  std::vector<zorp_var> vars;
+  for (int round = 0; round < 25; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    const Poly e = random_problem(rng, vars);
+    const ModelPtr model = model_of(e);
+    const std::vector<int64_t> energies = all_energies(model.get());
+    const int64_t optimum = *std::min_element(energies.begin(), energies.end());
+    const SolverPtr solver(zorp_vell_solver_wrapper_create(model.get()));
+    const ResultPtr r(zorp_vell_solver_wrapper_search(
+        solver.get(), Params{{"time_limit", "0.1"}, {"threads", "2"}, {"topk_sols", "3"}}.get(), nullptr));
+    int64_t best = 0;
+    zorp_vell_solver_result_energy(r.get(), &best);
+    EXPECT_EQ(best, optimum);
+    EXPECT_EQ(best, energy_of_bits(model.get(), zorp_vell_solver_result_bits(r.get())));
+    ASSERT_GE(zorp_vell_solver_result_topk_count(r.get()), 1u);
+    for (uint64_t i = 0; i < zorp_vell_solver_result_topk_count(r.get()); ++i) {
+      int64_t pooled = 0;
+      zorp_vell_solver_result_topk_energy(r.get(), i, &pooled);
+      EXPECT_EQ(pooled, energy_of_bits(model.get(), zorp_vell_solver_result_topk_bits(r.get(), i)));
+    }
+    const SolPtr sol(zorp_vell_solver_result_to_sol(r.get(), model.get()));
+    EXPECT_EQ(zorp_sol_energy(sol.get(), nullptr), zorp_sol_compute_energy(sol.get(), nullptr));
+  }
+}
+
+TEST_F(VellSolverSearch, TopListHoldsTheBestDistinctStatesInOrder) {
+  std::mt19937 rng(7);
+  std::vector<zorp_var> vars;
+  const Poly e = random_problem(rng, vars);
+  const ModelPtr model = model_of(e);
+  std::vector<int64_t> energies = all_energies(model.get());
+  std::sort(energies.begin(), energies.end());
+  const SolverPtr solver(zorp_vell_solver_wrapper_create(model.get()));
+  const ResultPtr r(zorp_vell_solver_wrapper_search(
+      solver.get(), Params{{"time_limit", "0.2"}, {"threads", "1"}, {"topk_sols", "6"}}.get(), nullptr));
+  ASSERT_EQ(zorp_vell_solver_result_topk_count(r.get()), 6u);
+  std::set<uint64_t> states;
+  for (uint64_t i = 0; i < 6; ++i) {
+    int64_t pooled = 0;
+    zorp_vell_solver_result_topk_energy(r.get(), i, &pooled);
+    EXPECT_EQ(pooled, energies[i]) << "entry " << i;
+    states.insert(zorp_vell_solver_result_topk_bits(r.get(), i)[0]);
+  }
+  EXPECT_EQ(states.size(), 6u) << "pooled states are distinct";
+}
+
+TEST_F(VellSolverSearch, ReportsTheRunAndStopsAtATarget) {
+  std::vector<Poly> x;
+  for (int i = 0; i < 40; ++i) x.push_back(var(nullptr));
+  // A ring of anti-ferromagnetic couplings: the best cut takes every edge, energy -40.
+  Poly e;
+  for (int i = 0; i < 40; ++i) {
+    const Poly& a = x[i];
+    const Poly& b = x[(i + 1) % 40];
+    e += Poly(2) * a * b - a - b;
+  }
+  const ModelPtr model = model_of(e);
+  const SolverPtr solver(zorp_vell_solver_wrapper_create(model.get()));
+  const ResultPtr r(zorp_vell_solver_wrapper_search(
+      solver.get(), Params{{"time_limit", "5"}, {"target_energy", "-40"}, {"seed", "3"}}.get(), nullptr));
+  int64_t best = 0;
+  zorp_vell_solver_result_energy(r.get(), &best);
+  EXPECT_EQ(best, -40);
+  EXPECT_LT(std::stod(info_value(r.get(), "run_time")), 4.0) << "the target ends the search";
+  const std::vector<std::string> keys = info_keys(r.get());
+  ASSERT_GE(keys.size(), 5u);
+  EXPECT_EQ(keys.front(), "run_time");
+  EXPECT_EQ(std::vector<std::string>(keys.end() - 4, keys.end()),
+            (std::vector<std::string>{"os", "cpu", "gpu", "ram"}));
+  for (const char* key : {"algorithm", "threads", "flips", "restarts"})
+    EXPECT_NE(info_value(r.get(), key), "(absent)") << key;
 }
 
 }  // namespace
