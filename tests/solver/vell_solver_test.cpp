@@ -315,6 +315,26 @@ TEST_F(VellSolverHandOverDeathTest, SearchesOnTheWrongKindOfModel) {
                "integer variable's bounds\\.\n");
 }
 
+TEST_F(VellSolverHandOverDeathTest, UnifiedPathOnlyWhenAskedAndEligible) {
+  // Every case below must reach the in-library engine, not the recording plug-in's unified
+  // entry points, which would return normally.
+  const std::string engine_line = escaped_regex(
+      "zorp: VellSolver: native integer search is not available in this build; set ZORP_INT_UNIFIED=1 to use the "
+      "solver .so's unified integer engine.");
+  const auto search = [](const char* flag, const zorp_solver_pair* params, bool with_hint) {
+    setenv("ZORP_LIB_DIR", test_plugin_dir("recording").c_str(), 1);
+    setenv("ZORP_INT_UNIFIED", flag, 1);
+    const ModelPtr model = model_of(Poly::var(zorp_new_int_var("n", 0, 3)));
+    const SolverPtr solver(zorp_vell_solver_wrapper_create(model.get()));
+    const int64_t ints[] = {1};
+    zorp_vell_solver_wrapper_search_int(solver.get(), params, nullptr, with_hint ? ints : nullptr, with_hint ? 1 : 0);
+  };
+  EXPECT_DEATH(search("0", nullptr, false), "^" + engine_line);
+  EXPECT_DEATH(search("1", Params{{"topk_sols", "2"}}.get(), false), "^" + engine_line);
+  EXPECT_DEATH(search("1", Params{{"best_energy_sols", "x"}}.get(), false), "^" + engine_line);
+  EXPECT_DEATH(search("1", nullptr, true), "^" + engine_line);
+}
+
 // ---- results
 
 TEST(SearchResult, StealingExchangesAndTwiceGivesTheFirstListBack) {
