@@ -15,6 +15,7 @@
 #include "compiled.h"
 #include "pool.h"
 #include "results.h"
+#include "walk_best.h"
 
 namespace vell {
 
@@ -46,13 +47,10 @@ struct WorkerStats {
 template <class State>
 class Worker {
  public:
-  static constexpr std::uint32_t kFullScanLimit = 32768;
-  static constexpr std::uint32_t kWindow = 16384;
-
   Worker(const Compiled& c, Shared& shared, ElitePool& pool, const Tuning& tune, std::uint64_t seed)
       : c_(c), sh_(shared), pool_(pool), tune_(tune), rng_(seed), st_(c, rng_), n_(c.n) {
     tabu_until_.assign(n_, 0);
-    run_best_x_.assign(n_, 0);
+    run_best_.resize(n_);
     home_x_.assign(n_, 0);
     base_x_.assign(n_, 0);
     other_x_.assign(n_, 0);
@@ -153,10 +151,7 @@ class Worker {
     if (tune_.tenure_frac_max > tune_.tenure_frac)
       choose_tenure(tune_.tenure_frac + (tune_.tenure_frac_max - tune_.tenure_frac) * rng_.unit());
     std::int64_t energy = sgn(st_.energy());
-    run_best_e_ = energy;
-    std::memcpy(run_best_x_.data(), st_.x(), n_);
-    pending_.clear();
-    pending_overflow_ = false;
+    run_best_.restart(st_.x(), energy);
     std::uint64_t stall = 0;
     while (stall < depth_) {
       if (should_stop()) return;
@@ -168,16 +163,13 @@ class Worker {
 
       std::uint32_t move = n_, tabu_move = n_;
       std::int64_t gain = 0, tabu_gain = 0;
-      // Very large models look at a random window per step, so that a step stays cheap.
-      std::uint32_t from = 0, count = n_;
-      if (n_ > kFullScanLimit) {
-        count = kWindow;
-        from = rng_.below(n_ - count + 1);
-      }
-      st_.best_moves(from, count, move, gain, tabu_move, tabu_gain);
+      // Every step scans all moves: models too large for that are annealed instead.
+      const std::uint32_t count = n_;
+      st_.best_moves(0, count, move, gain, tabu_move, tabu_gain);
       if (collect_) harvest(energy, move < n_ ? gain : tabu_gain, tabu_move < n_ ? tabu_gain : gain);
       // Aspiration: a tabu move is taken when it leads past the run's best.
-      if (tabu_move < n_ && (move >= n_ || (tabu_gain < gain && plus(energy, tabu_gain) < run_best_e_))) move = tabu_move;
+      if (tabu_move < n_ && (move >= n_ || (tabu_gain < gain && plus(energy, tabu_gain) < run_best_.energy())))
+        move = tabu_move;
       stats_.evaluated += count;
       work_ += count;
       flip(move);
@@ -187,25 +179,12 @@ class Worker {
       tabu_until_[move] = until;
       wheel_[until & wheel_mask_].push_back(move);
 
-      if (pending_.size() < n_) {
-        pending_.push_back(move);
-      } else {
-        pending_overflow_ = true;
-      }
-      if (energy < run_best_e_) {
-        run_best_e_ = energy;
+      if (run_best_.after_flip(move, st_.x(), energy)) {
         if (!collect_ && sh_.wants(energy)) {
           // Published when the run ends: copying every step of a descent costs O(n) each.
           unpublished_ = true;
           found_at_ = sh_.elapsed();
         }
-        if (pending_overflow_) {
-          std::memcpy(run_best_x_.data(), st_.x(), n_);
-        } else {
-          for (std::uint32_t v : pending_) run_best_x_[v] ^= 1;
-        }
-        pending_.clear();
-        pending_overflow_ = false;
         stall = 0;
       } else {
         ++stall;
@@ -218,7 +197,7 @@ class Worker {
   void publish_run_best() {
     if (!unpublished_) return;
     unpublished_ = false;
-    if (sh_.wants(run_best_e_)) sh_.offer(run_best_e_, run_best_x_.data(), false, found_at_);
+    if (sh_.wants(run_best_.energy())) sh_.offer(run_best_.energy(), run_best_.x(), false, found_at_);
   }
 
   // Lists of several solutions take the evaluated neighbours too, not only the visited
@@ -237,7 +216,7 @@ class Worker {
 
   void restart() {
     ++stats_.restarts;
-    pool_.offer(run_best_e_, run_best_x_.data());
+    pool_.offer(run_best_.energy(), run_best_.x());
     if (pool_.epoch() != epoch_) {
       // The pool was reset: start over from a fresh state.
       epoch_ = pool_.epoch();
@@ -250,10 +229,10 @@ class Worker {
       note_state();
       return;
     }
-    if (run_best_e_ < home_e_ || fails_ >= tune_.accept_after) {
-      if (run_best_e_ >= home_e_) ++stats_.walks;
-      home_e_ = run_best_e_;
-      std::memcpy(home_x_.data(), run_best_x_.data(), n_);
+    if (run_best_.energy() < home_e_ || fails_ >= tune_.accept_after) {
+      if (run_best_.energy() >= home_e_) ++stats_.walks;
+      home_e_ = run_best_.energy();
+      std::memcpy(home_x_.data(), run_best_.x(), n_);
       strength_ = min_strength();
       fails_ = 0;
     } else {
@@ -294,10 +273,7 @@ class Worker {
   std::uint64_t depth_ = 0;
   std::uint64_t iter_ = 0;
 
-  std::vector<std::uint8_t> run_best_x_;
-  std::int64_t run_best_e_ = 0;
-  std::vector<std::uint32_t> pending_;
-  bool pending_overflow_ = false;
+  WalkBest run_best_;
   bool unpublished_ = false;
   double found_at_ = 0.0;
 

@@ -21,6 +21,7 @@ class GeneralState {
   const std::uint8_t* x() const { return x_.data(); }
   bool constraints_met() const { return violated_ == 0; }
   std::int64_t delta(std::uint32_t i) const { return sgn(delta_[i]); }
+  std::int64_t free_delta(std::uint32_t i) const { return sgn(delta_[i]); }
   bool tabu(std::uint32_t i) const { return tabu_[i] != 0; }
   void set_tabu(std::uint32_t i) { tabu_[i] = 1; }
   void clear_tabu(std::uint32_t i) { tabu_[i] = 0; }

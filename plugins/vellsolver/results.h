@@ -56,6 +56,7 @@ class Shared {
   bool stopped() const { return stop_.load(std::memory_order_relaxed); }
   void stop() { stop_.store(true, std::memory_order_relaxed); }
   bool time_up() const { return elapsed() >= options_.time_limit; }
+  double remaining() const { return options_.time_limit - elapsed(); }
 
   // True when a state of energy e could change the best solution or a collection.
   bool wants(std::int64_t e) const { return e < accept_below_.load(std::memory_order_relaxed); }

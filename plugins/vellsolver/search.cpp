@@ -4,6 +4,7 @@
 #include <system_error>
 #include <thread>
 
+#include "anneal.h"
 #include "engine.h"
 #include "general_state.h"
 #include "qubo_state.h"
@@ -12,24 +13,26 @@ namespace vell {
 
 namespace {
 
-// Worker w searches with its own stream seeds[w]; the first one starts from the hint when
-// there is one, the others from random states.
-template <class State>
-std::vector<WorkerStats> run_workers(const Compiled& c, Shared& shared, ElitePool& pool, const Tuning& tune,
-                                     const std::vector<std::uint64_t>& seeds, const std::uint64_t* hint) {
+// Above this many variables the tabu step can no longer scan every move (it samples a window
+// instead and stalls far from good states); annealing's cost per move does not grow with the
+// model, so it takes over there.
+constexpr std::uint32_t kAnnealAbove = 32768;
+
+// Thread w searches with its own stream seeds[w]; the first one starts from the hint when
+// there is one, the others from random states. `work(w, start, from_hint)` runs one thread.
+template <class Work>
+void run_threads(std::uint32_t n, const std::vector<std::uint64_t>& seeds, const std::uint64_t* hint, Work&& work) {
   const std::size_t count = seeds.size();
-  std::vector<WorkerStats> stats(count);
   auto body = [&](std::size_t w) {
-    std::vector<std::uint8_t> start(c.n);
-    if (w == 0 && hint) {
-      unpack_bits(hint, c.n, start.data());
+    std::vector<std::uint8_t> start(n);
+    const bool from_hint = w == 0 && hint;
+    if (from_hint) {
+      unpack_bits(hint, n, start.data());
     } else {
       Rng start_rng(seeds[w] ^ 0x5DEECE66Dull);
       for (std::uint8_t& b : start) b = static_cast<std::uint8_t>(start_rng.next() >> 63);
     }
-    Worker<State> worker(c, shared, pool, tune, seeds[w]);
-    worker.run(start.data());
-    stats[w] = worker.stats();
+    work(w, start.data(), from_hint);
   };
   std::vector<std::thread> threads;
   threads.reserve(count - 1);
@@ -40,7 +43,41 @@ std::vector<WorkerStats> run_workers(const Compiled& c, Shared& shared, ElitePoo
   }
   body(0);
   for (std::thread& t : threads) t.join();
+}
+
+template <class State>
+std::vector<WorkerStats> run_tabu(const Compiled& c, Shared& shared, ElitePool& pool, const Tuning& tune,
+                                  const std::vector<std::uint64_t>& seeds, const std::uint64_t* hint) {
+  std::vector<WorkerStats> stats(seeds.size());
+  run_threads(c.n, seeds, hint, [&](std::size_t w, const std::uint8_t* start, bool) {
+    Worker<State> worker(c, shared, pool, tune, seeds[w]);
+    worker.run(start);
+    stats[w] = worker.stats();
+  });
   return stats;
+}
+
+template <class State>
+std::vector<AnnealStats> run_anneal(const Compiled& c, Shared& shared, const AnnealTuning& tune,
+                                    const std::vector<std::uint64_t>& seeds, const std::uint64_t* hint) {
+  std::vector<AnnealStats> stats(seeds.size());
+  run_threads(c.n, seeds, hint, [&](std::size_t w, const std::uint8_t* start, bool from_hint) {
+    Annealer<State> chain(c, shared, tune, seeds[w]);
+    chain.run(start, from_hint);
+    stats[w] = chain.stats();
+  });
+  return stats;
+}
+
+template <class State>
+void run_engine(bool anneal, const Compiled& c, Shared& shared, ElitePool& pool, const Tuning& tune,
+                const AnnealTuning& anneal_tune, const std::vector<std::uint64_t>& seeds, const std::uint64_t* hint,
+                std::vector<WorkerStats>& tabu_stats, std::vector<AnnealStats>& anneal_stats) {
+  if (anneal) {
+    anneal_stats = run_anneal<State>(c, shared, anneal_tune, seeds, hint);
+  } else {
+    tabu_stats = run_tabu<State>(c, shared, pool, tune, seeds, hint);
+  }
 }
 
 }  // namespace
@@ -57,18 +94,23 @@ SearchOutcome run_search(const Problem& problem, const Compiled& compiled, const
   std::uint64_t chain = options.seed;
   for (std::uint64_t& s : seeds) s = splitmix64(chain);
 
+  const AnnealTuning anneal_tune;
+  const bool anneal = n > kAnnealAbove;
   std::vector<WorkerStats> stats;
+  std::vector<AnnealStats> anneal_stats;
   const char* path = "general";
   const char* gain_bits = "64";
   if (QuboState<std::int32_t>::fits(compiled)) {
-    stats = run_workers<QuboState<std::int32_t>>(compiled, shared, pool, tune, seeds, hint);
+    run_engine<QuboState<std::int32_t>>(anneal, compiled, shared, pool, tune, anneal_tune, seeds, hint, stats,
+                                        anneal_stats);
     path = "quadratic";
     gain_bits = "32";
   } else if (QuboState<std::int64_t>::fits(compiled)) {
-    stats = run_workers<QuboState<std::int64_t>>(compiled, shared, pool, tune, seeds, hint);
+    run_engine<QuboState<std::int64_t>>(anneal, compiled, shared, pool, tune, anneal_tune, seeds, hint, stats,
+                                        anneal_stats);
     path = "quadratic";
   } else {
-    stats = run_workers<GeneralState>(compiled, shared, pool, tune, seeds, hint);
+    run_engine<GeneralState>(anneal, compiled, shared, pool, tune, anneal_tune, seeds, hint, stats, anneal_stats);
   }
   const double seconds = shared.elapsed();
 
@@ -79,7 +121,25 @@ SearchOutcome run_search(const Problem& problem, const Compiled& compiled, const
   out.best.energy = sgn(problem.energy(x.data()));
   out.list = shared.collected();
 
+  auto num = [](double v) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.6g", v);
+    return std::string(buf);
+  };
   WorkerStats total;
+  AnnealStats cool;
+  for (const AnnealStats& s : anneal_stats) {
+    total.flips += s.flips;
+    total.evaluated += s.evaluated;
+    cool.sweeps += s.sweeps;
+    cool.anneals += s.anneals;
+  }
+  if (!anneal_stats.empty()) {
+    cool.t_start = anneal_stats[0].t_start;
+    cool.t_end = anneal_stats[0].t_end;
+    // A reheat is every anneal after a chain's first.
+    total.restarts = cool.anneals - std::min<std::uint64_t>(cool.anneals, anneal_stats.size());
+  }
   for (const WorkerStats& s : stats) {
     total.flips += s.flips;
     total.evaluated += s.evaluated;
@@ -88,21 +148,31 @@ SearchOutcome run_search(const Problem& problem, const Compiled& compiled, const
     total.walks += s.walks;
     total.epochs += s.epochs;
   }
-  auto num = [](double v) {
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.6g", v);
-    return std::string(buf);
-  };
   const double rate = seconds > 0 ? static_cast<double>(total.evaluated) / seconds : 0.0;
   out.info = {
-      {"algorithm", "tabu search with elite crossover and restarts"},
+      {"algorithm", anneal ? "simulated annealing, one chain per thread, geometric schedule with reheats"
+                           : "tabu search with elite crossover and restarts"},
       {"path", path},
       {"threads", std::to_string(count)},
       {"flips", std::to_string(total.flips)},
       {"restarts", std::to_string(total.restarts)},
-      {"crossovers", std::to_string(total.crossovers)},
-      {"walks", std::to_string(total.walks)},
-      {"epochs", std::to_string(total.epochs)},
+  };
+  if (anneal) {
+    out.info.insert(out.info.end(), {
+        {"anneals", std::to_string(cool.anneals)},
+        {"sweeps", std::to_string(cool.sweeps)},
+        {"temperature_start", num(cool.t_start)},
+        {"temperature_end", num(cool.t_end)},
+        {"sweeps_per_second_per_thread", num(seconds > 0 ? static_cast<double>(cool.sweeps) / seconds / count : 0.0)},
+    });
+  } else {
+    out.info.insert(out.info.end(), {
+        {"crossovers", std::to_string(total.crossovers)},
+        {"walks", std::to_string(total.walks)},
+        {"epochs", std::to_string(total.epochs)},
+    });
+  }
+  out.info.insert(out.info.end(), {
       {"evaluated_moves", std::to_string(total.evaluated)},
       {"moves_per_second", num(rate)},
       {"moves_per_second_per_thread", num(rate / count)},
@@ -112,7 +182,7 @@ SearchOutcome run_search(const Problem& problem, const Compiled& compiled, const
       {"target_reached", shared.target_reached() ? "1" : "0"},
       {"list_limited", shared.limited() ? "1" : "0"},
       {"gain_bits", gain_bits},
-  };
+  });
   return out;
 }
 
