@@ -49,23 +49,30 @@ std::string plugin_file(std::string_view prefix, std::string_view type, bool hon
   return path;
 }
 
+// The slots both families name alike, required ones in the order they are checked.
+template <class Table>
+void read_solver_slots(SymbolReader& reader, Table& t, const std::string& prefix) {
+  const auto name = [&prefix](const char* suffix) { return prefix + suffix; };
+  reader.required(t.create, name("create").c_str());
+  reader.required(t.destroy, name("destroy").c_str());
+  reader.required(t.search, name("search").c_str());
+  reader.required(t.sol_list_count, name("sol_list_count").c_str());
+  reader.required(t.sol_list_get, name("sol_list_get").c_str());
+  reader.required(t.sol_list_destroy, name("sol_list_destroy").c_str());
+  reader.required(t.register_callback, name("register_callback").c_str());
+  reader.optional(t.get_info, name("get_info").c_str());
+  reader.optional(t.free_info, name("free_info").c_str());
+  reader.optional(t.add_constraint, name("add_constraint").c_str());
+  reader.optional(t.add_constraint_nl, name("add_constraint_nl").c_str());
+  reader.optional(t.add_constraint_set, name("add_constraint_set").c_str());
+  reader.optional(t.set_cons_shape, name("set_cons_shape").c_str());
+  reader.optional(t.set_remainder, name("set_remainder").c_str());
+}
+
 VellSolverTable read_vell_solver(const std::string& path) {
   SymbolReader reader(path, "VellSolver");
   VellSolverTable t;
-  reader.required(t.create, "zorp_vell_solver_create");
-  reader.required(t.destroy, "zorp_vell_solver_destroy");
-  reader.required(t.search, "zorp_vell_solver_search");
-  reader.required(t.sol_list_count, "zorp_vell_solver_sol_list_count");
-  reader.required(t.sol_list_get, "zorp_vell_solver_sol_list_get");
-  reader.required(t.sol_list_destroy, "zorp_vell_solver_sol_list_destroy");
-  reader.required(t.register_callback, "zorp_vell_solver_register_callback");
-  reader.optional(t.get_info, "zorp_vell_solver_get_info");
-  reader.optional(t.free_info, "zorp_vell_solver_free_info");
-  reader.optional(t.add_constraint, "zorp_vell_solver_add_constraint");
-  reader.optional(t.add_constraint_nl, "zorp_vell_solver_add_constraint_nl");
-  reader.optional(t.add_constraint_set, "zorp_vell_solver_add_constraint_set");
-  reader.optional(t.set_cons_shape, "zorp_vell_solver_set_cons_shape");
-  reader.optional(t.set_remainder, "zorp_vell_solver_set_remainder");
+  read_solver_slots(reader, t, "zorp_vell_solver_");
   reader.optional(t.create_int, "zorp_vell_solver_create_int");
   reader.optional(t.search_int, "zorp_vell_solver_search_int");
   return t;
@@ -74,20 +81,7 @@ VellSolverTable read_vell_solver(const std::string& path) {
 TallonSolverTable read_tallon_solver(const std::string& path) {
   SymbolReader reader(path, "TallonSolver");
   TallonSolverTable t;
-  reader.required(t.create, "zorp_tallon_create");
-  reader.required(t.destroy, "zorp_tallon_destroy");
-  reader.required(t.search, "zorp_tallon_search");
-  reader.required(t.sol_list_count, "zorp_tallon_sol_list_count");
-  reader.required(t.sol_list_get, "zorp_tallon_sol_list_get");
-  reader.required(t.sol_list_destroy, "zorp_tallon_sol_list_destroy");
-  reader.required(t.register_callback, "zorp_tallon_register_callback");
-  reader.optional(t.get_info, "zorp_tallon_get_info");
-  reader.optional(t.free_info, "zorp_tallon_free_info");
-  reader.optional(t.add_constraint, "zorp_tallon_add_constraint");
-  reader.optional(t.add_constraint_nl, "zorp_tallon_add_constraint_nl");
-  reader.optional(t.add_constraint_set, "zorp_tallon_add_constraint_set");
-  reader.optional(t.set_cons_shape, "zorp_tallon_set_cons_shape");
-  reader.optional(t.set_remainder, "zorp_tallon_set_remainder");
+  read_solver_slots(reader, t, "zorp_tallon_");
   return t;
 }
 

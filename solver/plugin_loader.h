@@ -29,14 +29,13 @@ std::optional<TypeWidths> type_widths(std::string_view tag);
 // else "lib/".
 std::string plugin_directory(bool honour_env);
 
-struct VellSolverTable {
-  zorp_vell_solver_create_fn create = nullptr;
+// Entry points that the VellSolver and TallonSolver families share, name for name after
+// their prefix and shape for shape.
+struct SharedSolverSlots {
   zorp_vell_solver_destroy_fn destroy = nullptr;
-  zorp_vell_solver_search_fn search = nullptr;
   zorp_vell_solver_sol_list_count_fn sol_list_count = nullptr;
   zorp_vell_solver_sol_list_get_fn sol_list_get = nullptr;
   zorp_vell_solver_sol_list_destroy_fn sol_list_destroy = nullptr;
-  zorp_vell_solver_register_callback_fn register_callback = nullptr;
   zorp_vell_solver_get_info_fn get_info = nullptr;
   zorp_vell_solver_free_info_fn free_info = nullptr;
   zorp_vell_solver_add_constraint_fn add_constraint = nullptr;
@@ -44,32 +43,27 @@ struct VellSolverTable {
   zorp_vell_solver_add_constraint_set_fn add_constraint_set = nullptr;
   zorp_vell_solver_set_cons_shape_fn set_cons_shape = nullptr;
   zorp_vell_solver_set_remainder_fn set_remainder = nullptr;
+};
+
+struct VellSolverTable : SharedSolverSlots {
+  zorp_vell_solver_create_fn create = nullptr;
+  zorp_vell_solver_search_fn search = nullptr;
+  zorp_vell_solver_register_callback_fn register_callback = nullptr;
   zorp_vell_solver_create_int_fn create_int = nullptr;
   zorp_vell_solver_search_int_fn search_int = nullptr;
 };
 
-// The TallonSolver family has the VellSolver shapes, except that its create
-// takes a last u32 (always 0xFFFFFFFF) and its search no hint.
+// The TallonSolver family's create takes a last u32 (always 0xFFFFFFFF) and its search no
+// hint.
 using tallon_create_fn = void* (*)(void*, std::uint32_t, std::uint32_t, const void*, const std::uint64_t* const*,
                                    const std::uint32_t* const*, const void* const*, std::uint32_t);
 using tallon_search_fn = void* (*)(void*, zorp_plugin_sol*, const zorp_solver_pair*);
 using tallon_register_callback_fn = void (*)(void (*)());
 
-struct TallonSolverTable {
+struct TallonSolverTable : SharedSolverSlots {
   tallon_create_fn create = nullptr;
-  zorp_vell_solver_destroy_fn destroy = nullptr;
   tallon_search_fn search = nullptr;
-  zorp_vell_solver_sol_list_count_fn sol_list_count = nullptr;
-  zorp_vell_solver_sol_list_get_fn sol_list_get = nullptr;
-  zorp_vell_solver_sol_list_destroy_fn sol_list_destroy = nullptr;
   tallon_register_callback_fn register_callback = nullptr;
-  zorp_vell_solver_get_info_fn get_info = nullptr;
-  zorp_vell_solver_free_info_fn free_info = nullptr;
-  zorp_vell_solver_add_constraint_fn add_constraint = nullptr;
-  zorp_vell_solver_add_constraint_nl_fn add_constraint_nl = nullptr;
-  zorp_vell_solver_add_constraint_set_fn add_constraint_set = nullptr;
-  zorp_vell_solver_set_cons_shape_fn set_cons_shape = nullptr;
-  zorp_vell_solver_set_remainder_fn set_remainder = nullptr;
 };
 
 // The MIRK solution record, passed by value-holding pointer: the library

@@ -68,6 +68,23 @@ struct Compiled {
 
 Compiled compile(const Problem& p);
 
+// Variable i's field under x (its linear coefficient plus the weights of its neighbours that
+// are 1), and the part of it from neighbours above i, which counts each pair once in an energy.
+struct QuadraticField {
+  wrap_t field;
+  wrap_t upper;
+};
+inline QuadraticField quadratic_field(const Compiled& c, const std::uint8_t* x, std::uint32_t i) {
+  QuadraticField f{c.h[i], 0};
+  for (std::uint64_t k = c.row[i]; k < c.row[i + 1]; ++k) {
+    const std::uint32_t j = c.col[k];
+    if (!x[j]) continue;
+    f.field += c.w[k];
+    if (j > i) f.upper += c.w[k];
+  }
+  return f;
+}
+
 wrap_t compiled_penalty(const Compiled& c, const CompiledConstraint& k, wrap_t body);
 bool compiled_violated(const Compiled& c, const CompiledConstraint& k, wrap_t body);
 

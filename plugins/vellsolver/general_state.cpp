@@ -47,14 +47,7 @@ void GeneralState::load(const std::uint8_t* x) {
   for (std::uint32_t i = 0; i < n_; ++i) x_[i] = x[i] ? 1 : 0;
   energy_ = c_.constant;
   for (std::uint32_t i = 0; i < n_; ++i) {
-    wrap_t field = c_.h[i];
-    wrap_t upper = 0;
-    for (std::uint64_t k = c_.row[i]; k < c_.row[i + 1]; ++k) {
-      const std::uint32_t j = c_.col[k];
-      if (!x_[j]) continue;
-      field += c_.w[k];
-      if (j > i) upper += c_.w[k];
-    }
+    const auto [field, upper] = quadratic_field(c_, x_.data(), i);
     if (x_[i]) energy_ += c_.h[i] + upper;
     delta_[i] = signed_by(x_[i], field);
   }

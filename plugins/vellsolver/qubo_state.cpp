@@ -239,14 +239,7 @@ void QuboState<Key>::load(const std::uint8_t* x) {
   energy_ = c_.constant;
   for (std::uint32_t i = 0; i < n_; ++i) x_[i] = x[i] ? 1 : 0;
   for (std::uint32_t i = 0; i < n_; ++i) {
-    wrap_t field = c_.h[i];
-    wrap_t upper = 0;
-    for (std::uint64_t k = c_.row[i]; k < c_.row[i + 1]; ++k) {
-      const std::uint32_t j = c_.col[k];
-      if (!x_[j]) continue;
-      field += c_.w[k];
-      if (j > i) upper += c_.w[k];
-    }
+    const auto [field, upper] = quadratic_field(c_, x_.data(), i);
     if (x_[i]) energy_ += c_.h[i] + upper;
     const std::int64_t gain = x_[i] ? -sgn(field) : sgn(field);
     key_[i] = static_cast<Key>(shifted(gain, bits_) + static_cast<Key>(i) + (tabu_[i] ? kTabuOffset : 0));

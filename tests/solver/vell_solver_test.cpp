@@ -104,31 +104,20 @@ TEST_F(VellSolverHandOverDeathTest, ModelArraysAndEveryConstraintFormReachThePlu
     const ModelPtr model = model_of(e);
     const SolverPtr solver(zorp_vell_solver_wrapper_create(model.get()));
     const SolverPtr second(zorp_vell_solver_wrapper_create(model.get()));
-    // Dense indices: x 0, y 1, z 2. The free-form penalty joins the objective
-    // terms and is also handed over alone; linear bodies precede the nonlinear
-    // one; shapes follow their constraint.
-    return differs("log",
-                   "register_callback returns=-1\n"
-                   "create context=null vars=3 degree=3 constant=-4 d1=[3:0] d2=[-2:0:1 "
-                   "5:1:2] d3=[1:0:1:2]\n"
-                   "constraint w=1 [1,2] c=0 body=1:1 2:2\n"
-                   "constraint w=-3 [0,0] c=0 body=1:0 -1:2\n"
-                   "shape exponent=1 shape=1\n"
-                   "constraint_set w=1 [0,3] c=0 body=1:0 1:2 allowed=[0,1][3,3]\n"
-                   "constraint w=1 [-1,0] c=-1 body=1:1\n"
-                   "shape exponent=2 shape=1\n"
-                   "constraint_nl w=1 [0,1] c=0 body=1:2 nl=1:0:1\n"
-                   "remainder c=0 terms=5:1:2\n"
-                   "create context=null vars=3 degree=3 constant=-4 d1=[3:0] d2=[-2:0:1 "
-                   "5:1:2] d3=[1:0:1:2]\n"
-                   "constraint w=1 [1,2] c=0 body=1:1 2:2\n"
-                   "constraint w=-3 [0,0] c=0 body=1:0 -1:2\n"
-                   "shape exponent=1 shape=1\n"
-                   "constraint_set w=1 [0,3] c=0 body=1:0 1:2 allowed=[0,1][3,3]\n"
-                   "constraint w=1 [-1,0] c=-1 body=1:1\n"
-                   "shape exponent=2 shape=1\n"
-                   "constraint_nl w=1 [0,1] c=0 body=1:2 nl=1:0:1\n"
-                   "remainder c=0 terms=5:1:2\n",
+    // Dense indices: x 0, y 1, z 2. The free-form penalty joins the objective terms and is
+    // also handed over alone; linear bodies precede the nonlinear one; shapes follow their
+    // constraint. The callback is registered once for the tag, not once per solver.
+    const std::string one_solver =
+        "create context=null vars=3 degree=3 constant=-4 d1=[3:0] d2=[-2:0:1 5:1:2] d3=[1:0:1:2]\n"
+        "constraint w=1 [1,2] c=0 body=1:1 2:2\n"
+        "constraint w=-3 [0,0] c=0 body=1:0 -1:2\n"
+        "shape exponent=1 shape=1\n"
+        "constraint_set w=1 [0,3] c=0 body=1:0 1:2 allowed=[0,1][3,3]\n"
+        "constraint w=1 [-1,0] c=-1 body=1:1\n"
+        "shape exponent=2 shape=1\n"
+        "constraint_nl w=1 [0,1] c=0 body=1:2 nl=1:0:1\n"
+        "remainder c=0 terms=5:1:2\n";
+    return differs("log", "register_callback returns=-1\n" + one_solver + one_solver,
                    fake_log());
   });
 }
