@@ -7,20 +7,20 @@
 #include <gtest/gtest.h>
 
 #include "support/builders.h"
+#include "support/model_handle.h"
 #include "support/death.h"
 #include "zorp.h"
 
 namespace {
+
+using zorp::test::ModelPtr;
+using zorp::test::SolPtr;
 
 using zorp::test::DeathTestBase;
 using zorp::test::index_of;
 using zorp::test::Poly;
 using zorp::test::var;
 
-struct SolDeleter {
-  void operator()(zorp_sol* s) const { zorp_sol_destroy(s); }
-};
-using SolPtr = std::unique_ptr<zorp_sol, SolDeleter>;
 
 // A solution over exactly the variables of `vars`, all 0; item readers only need the
 // assignment, so constraints play no part in it.

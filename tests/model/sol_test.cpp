@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "support/builders.h"
+#include "support/model_handle.h"
 #include "support/death.h"
 #include "zorp.h"
 
@@ -23,18 +24,13 @@
 
 namespace {
 
+using zorp::test::ModelPtr;
+using zorp::test::SolPtr;
+
 using zorp::test::DeathTestBase;
 using zorp::test::Poly;
 using zorp::test::var;
 
-struct SolDeleter {
-  void operator()(zorp_sol* s) const { zorp_sol_destroy(s); }
-};
-struct ModelDeleter {
-  void operator()(zorp_model* m) const { zorp_model_destroy(m); }
-};
-using SolPtr = std::unique_ptr<zorp_sol, SolDeleter>;
-using ModelPtr = std::unique_ptr<zorp_model, ModelDeleter>;
 
 Poly canonical(const Poly& e) { return Poly(zorp_expr_simplify_as_binary(e.get())); }
 

@@ -9,10 +9,27 @@
 #include <functional>
 #include <iostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "support/death.h"
+#include "zorp/common.h"
 
 namespace zorp::test {
+
+// A closed (key, value) list for solver calls that owns its texts.
+class Params {
+ public:
+  Params(std::initializer_list<std::pair<std::string, std::string>> pairs) : texts_(pairs) {
+    for (const auto& [key, value] : texts_) list_.push_back({key.c_str(), value.c_str()});
+    list_.push_back({nullptr, nullptr});
+  }
+  const zorp_solver_pair* get() const { return list_.data(); }
+
+ private:
+  std::vector<std::pair<std::string, std::string>> texts_;
+  std::vector<zorp_solver_pair> list_;
+};
 
 // Folder of a purpose-built plug-in variant, with its trailing "/".
 inline std::string test_plugin_dir(const std::string& variant) {

@@ -6,27 +6,16 @@
 #include <string>
 #include <vector>
 
+#include "solver/plugin_support.h"
 #include "support/death.h"
 
 namespace {
 
+using zorp::test::Params;
+
 using zorp::IntSearchOpts;
 using zorp::read_int_search_opts;
 using zorp::test::DeathTestBase;
-
-// A closed pair list that owns its texts.
-class Params {
- public:
-  Params(std::initializer_list<std::pair<std::string, std::string>> pairs) : texts_(pairs) {
-    for (const auto& [key, value] : texts_) list_.push_back({key.c_str(), value.c_str()});
-    list_.push_back({nullptr, nullptr});
-  }
-  const zorp_solver_pair* get() const { return list_.data(); }
-
- private:
-  std::vector<std::pair<std::string, std::string>> texts_;
-  std::vector<zorp_solver_pair> list_;
-};
 
 IntSearchOpts read(const Params& params) { return read_int_search_opts(params.get(), "VellSolver"); }
 

@@ -15,10 +15,16 @@
 
 #include "solver/plugin_support.h"
 #include "support/builders.h"
+#include "support/model_handle.h"
 #include "support/death.h"
 #include "zorp.h"
 
 namespace {
+
+using zorp::test::Params;
+
+using zorp::test::ModelPtr;
+using zorp::test::SolPtr;
 
 using zorp::test::DeathTestBase;
 using zorp::test::differs;
@@ -27,22 +33,14 @@ using zorp::test::Poly;
 using zorp::test::test_plugin_dir;
 using zorp::test::var;
 
-struct ModelDeleter {
-  void operator()(zorp_model* m) const { zorp_model_destroy(m); }
-};
 struct SolverDeleter {
   void operator()(zorp_vell_solver* s) const { zorp_vell_solver_wrapper_destroy(s); }
 };
 struct ResultDeleter {
   void operator()(zorp_search_result* r) const { zorp_vell_solver_result_destroy(r); }
 };
-struct SolDeleter {
-  void operator()(zorp_sol* s) const { zorp_sol_destroy(s); }
-};
-using ModelPtr = std::unique_ptr<zorp_model, ModelDeleter>;
 using SolverPtr = std::unique_ptr<zorp_vell_solver, SolverDeleter>;
 using ResultPtr = std::unique_ptr<zorp_search_result, ResultDeleter>;
-using SolPtr = std::unique_ptr<zorp_sol, SolDeleter>;
 
 Poly canonical(const Poly& e) { return Poly(zorp_expr_simplify_as_binary(e.get())); }
 Poly times(int64_t factor, const Poly& p) { return Poly(zorp_expr_clone_mul_int(p.get(), factor)); }
@@ -50,20 +48,6 @@ Poly times(int64_t factor, const Poly& p) { return Poly(zorp_expr_clone_mul_int(
 ModelPtr model_of(const Poly& e) {
   return ModelPtr(zorp_model_create(zorp_expr_is_declared(e.get()) ? e.get() : canonical(e).get()));
 }
-
-// A closed pair list that owns its texts.
-class Params {
- public:
-  Params(std::initializer_list<std::pair<std::string, std::string>> pairs) : texts_(pairs) {
-    for (const auto& [key, value] : texts_) list_.push_back({key.c_str(), value.c_str()});
-    list_.push_back({nullptr, nullptr});
-  }
-  const zorp_solver_pair* get() const { return list_.data(); }
-
- private:
-  std::vector<std::pair<std::string, std::string>> texts_;
-  std::vector<zorp_solver_pair> list_;
-};
 
 std::vector<std::string> info_keys(const zorp_search_result* r) {
   std::vector<std::string> keys;

@@ -1,11 +1,23 @@
 // An owned model handle for tests, with a view of the record behind it.
 #pragma once
 
+#include <memory>
+
 #include "model/model_impl.h"
 #include "support/builders.h"
 #include "zorp.h"
 
 namespace zorp::test {
+
+// Owning pointers over the C handles, for tests that pass handles around.
+struct ModelDeleter {
+  void operator()(zorp_model* m) const { zorp_model_destroy(m); }
+};
+struct SolDeleter {
+  void operator()(zorp_sol* s) const { zorp_sol_destroy(s); }
+};
+using ModelPtr = std::unique_ptr<zorp_model, ModelDeleter>;
+using SolPtr = std::unique_ptr<zorp_sol, SolDeleter>;
 
 class ModelHandle {
  public:
