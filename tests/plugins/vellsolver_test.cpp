@@ -1,7 +1,6 @@
-// The VellSolver plug-in, opened with dlopen and driven through its C entry points only.
+// The VellSolver plug-in, opened by the library's loader and driven through its C entry points only.
 // Every returned energy is checked against the evaluator below, which is written apart from
 // the plug-in's own; small models are also solved by enumeration.
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -17,56 +16,18 @@
 #include <gtest/gtest.h>
 
 #include "support/death.h"
+#include "solver/plugin_loader.h"
 #include "zorp/solver_plugin.h"
 
 namespace {
 
 constexpr std::uint32_t kNeg = 0x80000000u;
 
-struct Api {
-  zorp_vell_solver_create_fn create = nullptr;
-  zorp_vell_solver_destroy_fn destroy = nullptr;
-  zorp_vell_solver_search_fn search = nullptr;
-  zorp_vell_solver_sol_list_count_fn list_count = nullptr;
-  zorp_vell_solver_sol_list_get_fn list_get = nullptr;
-  zorp_vell_solver_sol_list_destroy_fn list_destroy = nullptr;
-  zorp_vell_solver_register_callback_fn register_callback = nullptr;
-  zorp_vell_solver_get_info_fn get_info = nullptr;
-  zorp_vell_solver_free_info_fn free_info = nullptr;
-  zorp_vell_solver_add_constraint_fn add_constraint = nullptr;
-  zorp_vell_solver_add_constraint_nl_fn add_constraint_nl = nullptr;
-  zorp_vell_solver_add_constraint_set_fn add_constraint_set = nullptr;
-  zorp_vell_solver_set_cons_shape_fn set_cons_shape = nullptr;
-  zorp_vell_solver_set_remainder_fn set_remainder = nullptr;
-};
-
-template <class Fn>
-void bind(void* so, const char* name, Fn& slot) {
-  slot = reinterpret_cast<Fn>(dlsym(so, name));
-}
-
-const Api& api() {
-  static const Api table = [] {
-    Api a;
-    void* so = dlopen(ZORP_PLUGIN_DIR "vellsolver_c32e64.so", RTLD_NOW | RTLD_LOCAL);
-    if (!so) return a;
-    bind(so, "zorp_vell_solver_create", a.create);
-    bind(so, "zorp_vell_solver_destroy", a.destroy);
-    bind(so, "zorp_vell_solver_search", a.search);
-    bind(so, "zorp_vell_solver_sol_list_count", a.list_count);
-    bind(so, "zorp_vell_solver_sol_list_get", a.list_get);
-    bind(so, "zorp_vell_solver_sol_list_destroy", a.list_destroy);
-    bind(so, "zorp_vell_solver_register_callback", a.register_callback);
-    bind(so, "zorp_vell_solver_get_info", a.get_info);
-    bind(so, "zorp_vell_solver_free_info", a.free_info);
-    bind(so, "zorp_vell_solver_add_constraint", a.add_constraint);
-    bind(so, "zorp_vell_solver_add_constraint_nl", a.add_constraint_nl);
-    bind(so, "zorp_vell_solver_add_constraint_set", a.add_constraint_set);
-    bind(so, "zorp_vell_solver_set_cons_shape", a.set_cons_shape);
-    bind(so, "zorp_vell_solver_set_remainder", a.set_remainder);
-    return a;
-  }();
-  return table;
+// The plug-in's entry points, read by the library's own loader from the build's plug-in
+// folder.
+const zorp::VellSolverTable& api() {
+  setenv("ZORP_LIB_DIR", ZORP_PLUGIN_DIR, 1);
+  return zorp::load_vell_solver(nullptr);
 }
 
 // ---- models and the reference evaluator ----
@@ -311,14 +272,14 @@ Result search(const Handle& h, std::uint32_t n, const Params& params, const std:
   EXPECT_EQ(best.bits.back(), 0u) << "wrote past the solution words";
   if (list) {
     r.has_list = true;
-    const std::uint64_t count = api().list_count(list);
+    const std::uint64_t count = api().sol_list_count(list);
     for (std::uint64_t i = 0; i < count; ++i) {
       SolRecord rec(n);
       zorp_plugin_sol v = rec.view();
-      api().list_get(list, i, &v);
+      api().sol_list_get(list, i, &v);
       r.list.push_back(rec.read(n));
     }
-    api().list_destroy(list);
+    api().sol_list_destroy(list);
   }
   return r;
 }
@@ -461,13 +422,13 @@ void expect_consistent(const Model& m, const Result& r) {
 // ---- tests ----
 
 TEST(VellSolverTest, ExportsEveryEntryPoint) {
-  const Api& a = api();
-  ASSERT_NE(a.create, nullptr) << dlerror();
+  const zorp::VellSolverTable& a = api();
+  ASSERT_NE(a.create, nullptr);
   EXPECT_NE(a.destroy, nullptr);
   EXPECT_NE(a.search, nullptr);
-  EXPECT_NE(a.list_count, nullptr);
-  EXPECT_NE(a.list_get, nullptr);
-  EXPECT_NE(a.list_destroy, nullptr);
+  EXPECT_NE(a.sol_list_count, nullptr);
+  EXPECT_NE(a.sol_list_get, nullptr);
+  EXPECT_NE(a.sol_list_destroy, nullptr);
   EXPECT_NE(a.register_callback, nullptr);
   EXPECT_NE(a.get_info, nullptr);
   EXPECT_NE(a.free_info, nullptr);
