@@ -20,6 +20,55 @@ inline wrap_t product_gain(bool literal_true, std::uint32_t false_count, wrap_t 
 
 inline wrap_t signed_by(std::uint8_t x, wrap_t v) { return x ? wrap_t{0} - v : v; }
 
+// Product terms over an index space: the objective's terms index variables directly, the
+// constraint bodies' terms index constraint slots, each standing for one variable (`var_of`).
+struct ProductTerms {
+  const std::uint32_t* begin;  // term count + 1 offsets into lit
+  const std::uint32_t* lit;    // index, with the negation bit
+  const wrap_t* coeff;
+  std::uint32_t* false_count;
+  wrap_t* gain;  // by index
+};
+
+// Counts term t's false literals under x and adds its share to the gain of each index;
+// returns the term's value.
+template <class VarOf>
+wrap_t load_product(const ProductTerms& p, std::uint32_t t, const std::uint8_t* x, VarOf var_of) {
+  std::uint32_t zeros = 0;
+  for (std::uint32_t k = p.begin[t]; k < p.begin[t + 1]; ++k)
+    zeros += (x[var_of(p.lit[k] & kIndexMask)] != 0) == lit_neg(p.lit[k]);
+  p.false_count[t] = zeros;
+  for (std::uint32_t k = p.begin[t]; k < p.begin[t + 1]; ++k) {
+    const std::uint32_t index = p.lit[k] & kIndexMask;
+    p.gain[index] += product_gain((x[var_of(index)] != 0) != lit_neg(p.lit[k]), zeros, p.coeff[t]);
+  }
+  return zeros == 0 ? p.coeff[t] : 0;
+}
+
+// Term t after the variable behind index `flipped` left value xi: its false count moves by
+// one, and the other indices' gains change only when the count passes through 0 or 1.
+template <class VarOf>
+void flip_product(const ProductTerms& p, std::uint32_t t, std::uint32_t flipped, std::uint8_t xi, const std::uint8_t* x,
+                  VarOf var_of) {
+  const std::uint32_t b = p.begin[t], e = p.begin[t + 1];
+  bool was_true = false;
+  for (std::uint32_t k = b; k < e; ++k)
+    if ((p.lit[k] & kIndexMask) == flipped) was_true = (xi != 0) != lit_neg(p.lit[k]);
+  const std::uint32_t before = p.false_count[t];
+  const std::uint32_t after = was_true ? before + 1 : before - 1;
+  p.false_count[t] = after;
+  if (std::min(before, after) > 1) return;
+  const wrap_t coeff = p.coeff[t];
+  for (std::uint32_t k = b; k < e; ++k) {
+    const std::uint32_t index = p.lit[k] & kIndexMask;
+    if (index == flipped) continue;
+    const bool literal_true = (x[var_of(index)] != 0) != lit_neg(p.lit[k]);
+    p.gain[index] += product_gain(literal_true, after, coeff) - product_gain(literal_true, before, coeff);
+  }
+}
+
+const auto kVariableItself = [](std::uint32_t v) { return v; };
+
 }  // namespace
 
 GeneralState::GeneralState(const Compiled& c, Rng& rng) : c_(c), rng_(rng), n_(c.n) {
@@ -52,39 +101,22 @@ void GeneralState::load(const std::uint8_t* x) {
     delta_[i] = signed_by(x_[i], field);
   }
 
-  for (std::size_t t = 0; t < c_.ht_coeff.size(); ++t) {
-    std::uint32_t zeros = 0;
-    for (std::uint32_t k = c_.ht_begin[t]; k < c_.ht_begin[t + 1]; ++k)
-      zeros += (x_[lit_var(c_.ht_lit[k])] != 0) == lit_neg(c_.ht_lit[k]);
-    ht_false_[t] = zeros;
-    if (zeros == 0) energy_ += c_.ht_coeff[t];
-    for (std::uint32_t k = c_.ht_begin[t]; k < c_.ht_begin[t + 1]; ++k) {
-      const std::uint32_t lit = c_.ht_lit[k];
-      delta_[lit_var(lit)] += product_gain((x_[lit_var(lit)] != 0) != lit_neg(lit), zeros, c_.ht_coeff[t]);
-    }
-  }
+  const ProductTerms objective{c_.ht_begin.data(), c_.ht_lit.data(), c_.ht_coeff.data(), ht_false_.data(),
+                               delta_.data()};
+  for (std::uint32_t t = 0; t < c_.ht_coeff.size(); ++t)
+    energy_ += load_product(objective, t, x_.data(), kVariableItself);
 
   std::fill(slot_nl_.begin(), slot_nl_.end(), 0);
   violated_ = 0;
+  const ProductTerms bodies{c_.nl_begin.data(), c_.nl_lit.data(), c_.nl_coeff.data(), nl_false_.data(),
+                            slot_nl_.data()};
+  const auto slot_var = [this](std::uint32_t s) { return c_.slot_var[s]; };
   for (std::size_t ci = 0; ci < c_.cons.size(); ++ci) {
     const CompiledConstraint& con = c_.cons[ci];
     wrap_t body = con.constant;
     for (std::uint32_t s = con.slot_begin; s < con.slot_end; ++s)
       if (x_[c_.slot_var[s]]) body += c_.slot_lin[s];
-    for (std::uint32_t t = con.nl_begin; t < con.nl_end; ++t) {
-      std::uint32_t zeros = 0;
-      for (std::uint32_t k = c_.nl_begin[t]; k < c_.nl_begin[t + 1]; ++k) {
-        const std::uint32_t lit = c_.nl_lit[k];
-        zeros += (x_[c_.slot_var[lit & kIndexMask]] != 0) == lit_neg(lit);
-      }
-      nl_false_[t] = zeros;
-      if (zeros == 0) body += c_.nl_coeff[t];
-      for (std::uint32_t k = c_.nl_begin[t]; k < c_.nl_begin[t + 1]; ++k) {
-        const std::uint32_t lit = c_.nl_lit[k];
-        const std::uint32_t s = lit & kIndexMask;
-        slot_nl_[s] += product_gain((x_[c_.slot_var[s]] != 0) != lit_neg(lit), zeros, c_.nl_coeff[t]);
-      }
-    }
+    for (std::uint32_t t = con.nl_begin; t < con.nl_end; ++t) body += load_product(bodies, t, x_.data(), slot_var);
     body_[ci] = body;
     const wrap_t pen = compiled_penalty(c_, con, body);
     energy_ += pen;
@@ -111,27 +143,13 @@ void GeneralState::flip(std::uint32_t i) {
     delta_[j] += (xi ^ x_[j]) ? wrap_t{0} - c_.w[k] : c_.w[k];
   }
 
-  for (std::uint64_t o = c_.hocc_head[i]; o < c_.hocc_head[i + 1]; ++o) {
-    const std::uint32_t t = c_.hocc[o];
-    const std::uint32_t b = c_.ht_begin[t], e = c_.ht_begin[t + 1];
-    bool was_true = false;
-    for (std::uint32_t k = b; k < e; ++k)
-      if (lit_var(c_.ht_lit[k]) == i) was_true = (xi != 0) != lit_neg(c_.ht_lit[k]);
-    const std::uint32_t before = ht_false_[t];
-    const std::uint32_t after = was_true ? before + 1 : before - 1;
-    ht_false_[t] = after;
-    if (std::min(before, after) > 1) continue;
-    const wrap_t coeff = c_.ht_coeff[t];
-    for (std::uint32_t k = b; k < e; ++k) {
-      const std::uint32_t lit = c_.ht_lit[k];
-      const std::uint32_t v = lit_var(lit);
-      if (v == i) continue;
-      const bool lt = (x_[v] != 0) != lit_neg(lit);
-      delta_[v] += product_gain(lt, after, coeff) - product_gain(lt, before, coeff);
-    }
-  }
+  const ProductTerms objective{c_.ht_begin.data(), c_.ht_lit.data(), c_.ht_coeff.data(), ht_false_.data(),
+                               delta_.data()};
+  for (std::uint64_t o = c_.hocc_head[i]; o < c_.hocc_head[i + 1]; ++o)
+    flip_product(objective, c_.hocc[o], i, xi, x_.data(), kVariableItself);
 
-  for (std::uint64_t k = c_.var_slot_head[i]; k < c_.var_slot_head[i + 1]; ++k) flip_constraint_slot(c_.var_slot[k], xi);
+  for (std::uint64_t k = c_.var_slot_head[i]; k < c_.var_slot_head[i + 1]; ++k)
+    flip_constraint_slot(c_.var_slot[k], xi);
   x_[i] = xi ^ 1;
 }
 
@@ -140,25 +158,11 @@ void GeneralState::flip_constraint_slot(std::uint32_t s, std::uint8_t xi) {
   const CompiledConstraint& con = c_.cons[ci];
   const wrap_t change = signed_by(xi, c_.slot_lin[s]) + slot_nl_[s];
 
-  for (std::uint64_t o = c_.slot_nl_head[s]; o < c_.slot_nl_head[s + 1]; ++o) {
-    const std::uint32_t t = c_.slot_nl[o];
-    const std::uint32_t b = c_.nl_begin[t], e = c_.nl_begin[t + 1];
-    bool was_true = false;
-    for (std::uint32_t k = b; k < e; ++k)
-      if ((c_.nl_lit[k] & kIndexMask) == s) was_true = (xi != 0) != lit_neg(c_.nl_lit[k]);
-    const std::uint32_t before = nl_false_[t];
-    const std::uint32_t after = was_true ? before + 1 : before - 1;
-    nl_false_[t] = after;
-    if (std::min(before, after) > 1) continue;
-    const wrap_t coeff = c_.nl_coeff[t];
-    for (std::uint32_t k = b; k < e; ++k) {
-      const std::uint32_t lit = c_.nl_lit[k];
-      const std::uint32_t so = lit & kIndexMask;
-      if (so == s) continue;
-      const bool lt = (x_[c_.slot_var[so]] != 0) != lit_neg(lit);
-      slot_nl_[so] += product_gain(lt, after, coeff) - product_gain(lt, before, coeff);
-    }
-  }
+  const ProductTerms bodies{c_.nl_begin.data(), c_.nl_lit.data(), c_.nl_coeff.data(), nl_false_.data(),
+                            slot_nl_.data()};
+  const auto slot_var = [this](std::uint32_t so) { return c_.slot_var[so]; };
+  for (std::uint64_t o = c_.slot_nl_head[s]; o < c_.slot_nl_head[s + 1]; ++o)
+    flip_product(bodies, c_.slot_nl[o], s, xi, x_.data(), slot_var);
   slot_nl_[s] = wrap_t{0} - slot_nl_[s];
 
   const wrap_t body = body_[ci] + change;
@@ -306,8 +310,8 @@ bool has_avx2() {
 
 }  // namespace
 
-void GeneralState::best_moves(std::uint32_t from, std::uint32_t count, std::uint32_t& free_var,
-                              std::int64_t& free_gain, std::uint32_t& tabu_var, std::int64_t& tabu_gain) {
+void GeneralState::best_moves(std::uint32_t from, std::uint32_t count, std::uint32_t& free_var, std::int64_t& free_gain,
+                              std::uint32_t& tabu_var, std::int64_t& tabu_gain) {
   free_var = tabu_var = n_;
   if (count == 0) return;
   const wrap_t* delta = delta_.data() + from;
